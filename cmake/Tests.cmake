@@ -1,0 +1,13 @@
+# card_test(NAME SOURCES... [LIBRARIES ...]): a GoogleTest program in which every case runs in a
+# process of its own.
+find_package(GTest REQUIRED)
+include(GoogleTest)
+
+function(card_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest project_warnings)
+    set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
+    gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
+                         PROPERTIES TIMEOUT 120)
+endfunction()

@@ -1,0 +1,10 @@
+# One set of warnings for everything that is ours; a warning is an error.
+add_library(project_warnings INTERFACE)
+target_compile_options(project_warnings INTERFACE
+    -Wall -Wextra -pedantic -Wshadow -Wconversion -Wsign-conversion -Wcast-align -Wformat=2
+    -Wnull-dereference -Wundef -Wvla -Werror
+    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
+                              -Wextra-semi>)
+# The paths that end up in binaries do not depend on where the tree was checked out.
+target_compile_options(project_warnings INTERFACE
+    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=pellam/")

@@ -1,0 +1,52 @@
+// Layouts of the lookup keys and results that the NPs' forwarding path reads: the agreement
+// between the services that write entries and the data plane that looks packets up.
+//
+//   destination key (service config table), 8 bytes:
+//     0 kind 0x11 | 1 IP protocol | 2-5 destination address | 6-7 destination port
+//   address key (ext conf table), 5 bytes:
+//     0 kind 0x12 | 1-4 destination address
+//   counting result, 8 bytes:
+//     0 action 0x01 (count) | 1-3 counter number, written by the library | 4-7 entry id
+//
+// Numbers are in network byte order. Packets without ports are looked up under port 0. Keys hold
+// zero bytes (an address such as 10.0.0.1), and the shadow DB compares keys as strings, so services
+// find their entries by id.
+#pragma once
+
+#include <array>
+#include <cstdint>
+
+namespace lookup_keys {
+
+inline constexpr uint8_t destination_kind = 0x11;
+inline constexpr uint8_t address_kind = 0x12;
+inline constexpr uint8_t count_action = 0x01;
+
+using DestinationKey = std::array<uint8_t, 8>;
+using AddressKey = std::array<uint8_t, 5>;
+using CountingResult = std::array<uint8_t, 8>;
+
+constexpr uint8_t byte_of(uint32_t number, int place)
+{
+    return static_cast<uint8_t>(number >> (8 * place));
+}
+
+constexpr DestinationKey destination_key(uint8_t protocol, uint32_t address, uint16_t port)
+{
+    return {destination_kind,    protocol,            byte_of(address, 3), byte_of(address, 2),
+            byte_of(address, 1), byte_of(address, 0), byte_of(port, 1),    byte_of(port, 0)};
+}
+
+constexpr AddressKey address_key(uint32_t address)
+{
+    return {address_kind, byte_of(address, 3), byte_of(address, 2), byte_of(address, 1),
+            byte_of(address, 0)};
+}
+
+constexpr CountingResult counting_result(uint32_t entry_id)
+{
+    return {count_action, 0, 0, 0, byte_of(entry_id, 3), byte_of(entry_id, 2),
+            byte_of(entry_id, 1), byte_of(entry_id, 0)};
+}
+
+} // namespace lookup_keys

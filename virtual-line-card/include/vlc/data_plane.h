@@ -1,0 +1,48 @@
+// The NPs' forwarding path in software: packets in, lookups in the programmed tables, counts out.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <vector>
+
+#include "vlc/card_config.h"
+#include "vlc/np_store.h"
+#include "vlc/packet.h"
+
+namespace vlc {
+
+struct NpTotals {
+    uint64_t packets = 0;
+    uint64_t bytes = 0;
+    uint64_t hits[table_kinds] = {};
+    uint64_t uncounted_hits = 0; // the entry's result carries no counter of the region
+};
+
+struct DataPlaneTotals {
+    uint64_t packets = 0; // every one given in
+    uint64_t bytes = 0;   // wire lengths
+    uint64_t missed_packets = 0; // read, and hit in no table
+    uint64_t missed_bytes = 0;
+    std::array<uint64_t, static_cast<size_t>(Unreadable::reasons)> unreadable{};
+    std::vector<NpTotals> nps;
+};
+
+class DataPlane {
+public:
+    DataPlane(NpStore &nps, const CardConfig &config);
+    void process(const CapturedPacket &packet) noexcept;
+    const DataPlaneTotals &totals() const { return totals_; }
+    uint32_t np_of(const FiveTuple &tuple) const noexcept; // a hash of the 5-tuple
+
+private:
+    NpStore &nps_;
+    bool unswapped_; // how this card type reads a counter's number in a result
+    DataPlaneTotals totals_;
+};
+
+// The number of the counter that a result carries in its bytes 1 to 3, as this card type reads it.
+// Card types that take it unswapped get the number's upper three bytes only, so their NPs count on
+// the first counter of its 256.
+uint32_t counter_in_result(Bytes result, bool unswapped) noexcept;
+
+} // namespace vlc

@@ -1,0 +1,41 @@
+// The event-debug registry and the trace buffers of the card.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "platform_event_debug.h"
+
+namespace vlc {
+
+struct TraceEvent {
+    uint64_t sequence;
+    int64_t nanoseconds; // the card's clock
+    uint64_t event_word;
+    const ed_debug_point *point; // null when the number is no site's
+    std::vector<uint64_t> args;
+};
+
+// Registered components and what they recorded. The process has one.
+class EventDebug {
+public:
+    static EventDebug &instance();
+
+    ed_component *component(const char *short_name) const; // null when not registered
+    const std::vector<ed_component *> &components() const { return components_; }
+    std::vector<TraceEvent> events(const ed_component *component, uint32_t buffer) const;
+
+    // What ed_print_debug and ed_slow_debugs print: one finished line; standard error by default.
+    void on_print(std::function<void(const std::string &line)> printer);
+    // Decides for ed_slow_debugs whether a message passes; nothing passes by default.
+    void on_slow_filter(std::function<bool(const ed_debug_point &, const uint64_t *args)> filter);
+
+private:
+    friend struct EventDebugServices;
+    std::vector<ed_component *> components_;
+};
+
+} // namespace vlc

@@ -1,0 +1,119 @@
+// The hardware: what each network processor holds, in files of the state directory, so that it
+// stands when the process that hosts it is killed.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <span>
+#include <vector>
+
+#include "vlc/card_config.h"
+#include "vlc/state_directory.h"
+
+namespace vlc {
+
+using Bytes = std::span<const uint8_t>;
+
+enum class TableKind : uint8_t { service_config = 0, ext_conf = 1 };
+inline constexpr uint32_t table_kinds = 2;
+
+// One row of an NP's table as the hardware has it.
+struct TableRow {
+    static constexpr size_t key_bytes = 52;
+    static constexpr size_t result_bytes = 64;
+    uint32_t hash;
+    uint16_t key_len;
+    uint16_t result_len;
+    uint8_t key[key_bytes];
+    uint8_t result[result_bytes];
+    uint32_t reserved;
+
+    Bytes key_span() const { return {key, key_len}; }
+    Bytes result_span() const { return {result, result_len}; }
+};
+static_assert(sizeof(TableRow) == 128);
+
+enum class TableOutcome { done, duplicate, missing, full, too_wide };
+
+// An exact-match table. Each change is one store: a row is filled while nothing refers to it, then
+// its number is put into the index (or taken out), so a kill leaves either the old row or the new.
+class NpTable {
+public:
+    TableOutcome add(Bytes key, Bytes result);
+    TableOutcome modify(Bytes key, Bytes result);
+    TableOutcome remove(Bytes key);
+    void clear();
+    const TableRow *find(Bytes key) const noexcept; // null when absent; per packet
+    uint32_t size() const noexcept;
+    uint32_t capacity() const noexcept;
+    void for_each(const std::function<void(const TableRow &)> &visit) const;
+
+private:
+    friend class Np;
+    NpTable() = default;
+    uint32_t *index_ = nullptr; // power of two, row number + 1; 0 empty, ~0 deleted
+    TableRow *rows_ = nullptr;
+    uint32_t index_mask_ = 0;
+    uint32_t capacity_ = 0;
+    uint32_t size_ = 0;
+    std::vector<uint32_t> free_rows_;
+};
+
+struct PacketCount {
+    uint64_t packets;
+    uint64_t bytes;
+};
+
+// The stateless double counters of an NP.
+class CounterBank {
+public:
+    static constexpr uint32_t first = 0xC00000;
+    static constexpr uint32_t count = 65536;
+
+    // The place of a counter's number, in either byte order of its low three bytes, or -1.
+    static int64_t place(uint32_t number) noexcept;
+    // Adds one packet. Both words change in one store, so a kill cannot part them.
+    void add(uint32_t place, uint32_t bytes) noexcept;
+    PacketCount read(uint32_t place) const noexcept;
+    PacketCount read_and_clear(uint32_t place) noexcept;
+    void clear();
+
+private:
+    friend class Np;
+    PacketCount *counters_ = nullptr; // 16-byte aligned
+};
+
+class Np {
+public:
+    NpTable &table(TableKind kind) { return tables_[static_cast<size_t>(kind)]; }
+    const NpTable &table(TableKind kind) const { return tables_[static_cast<size_t>(kind)]; }
+    CounterBank &counters() { return counters_; }
+    const CounterBank &counters() const { return counters_; }
+
+    Np(const StateDirectory &directory, uint32_t number, const CardConfig &config);
+    ~Np();
+    Np(const Np &) = delete;
+    Np &operator=(const Np &) = delete;
+
+private:
+    struct File;
+    std::unique_ptr<File> file_;
+    NpTable tables_[table_kinds];
+    CounterBank counters_;
+};
+
+// All NPs of a card. An existing directory keeps its number of NPs and its capacities: opening it
+// with others throws StateError. Throws for truncated, foreign or damaged files as well.
+class NpStore {
+public:
+    NpStore(const StateDirectory &directory, const CardConfig &config);
+    uint32_t size() const { return static_cast<uint32_t>(nps_.size()); }
+    Np &operator[](uint32_t np) { return *nps_[np]; }
+    const Np &operator[](uint32_t np) const { return *nps_[np]; }
+
+private:
+    std::vector<std::unique_ptr<Np>> nps_;
+};
+
+} // namespace vlc

@@ -1,0 +1,38 @@
+// A whole card on a desk: everything that a host process finds on its platform.
+#pragma once
+
+#include <filesystem>
+#include <memory>
+
+#include "vlc/card_config.h"
+#include "vlc/event_manager.h"
+#include "vlc/np_store.h"
+#include "vlc/prm.h"
+#include "vlc/window.h"
+
+namespace vlc {
+
+// The platform services of the process answer for the one card that is alive; without a card they
+// answer with codes. Throws StateError.
+class VirtualLineCard {
+public:
+    VirtualLineCard(const CardConfig &config, const std::filesystem::path &state_directory);
+    ~VirtualLineCard();
+    VirtualLineCard(const VirtualLineCard &) = delete;
+    VirtualLineCard &operator=(const VirtualLineCard &) = delete;
+
+    static VirtualLineCard *current(); // null when none is alive
+
+    const CardConfig &config() const;
+    EventManager &events();
+    Window &window();
+    uint32_t window_id() const; // what a host puts into its context as shmwin_id
+    NpStore &nps();
+    Prm &prm();
+
+private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+} // namespace vlc
