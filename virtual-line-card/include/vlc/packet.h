@@ -16,22 +16,25 @@ struct CapturedPacket {
     int64_t nanoseconds;
 };
 
-// Addresses and ports in host byte order.
+// Addresses and ports in host byte order. The destination of a packet whose source route is not yet
+// used up is the end of that route.
 struct FiveTuple {
     uint32_t source;
     uint32_t destination;
-    uint16_t source_port; // ports are 0 where the packet has none: other protocols than TCP and UDP,
-    uint16_t destination_port; // fragments after the first, and headers cut off before the ports
+    // Ports are 0 where the packet has none: other protocols than TCP and UDP, fragments after the
+    // first, and headers cut off before the ports.
+    uint16_t source_port;
+    uint16_t destination_port;
     uint8_t protocol;
     bool operator==(const FiveTuple &) const = default;
 };
 
 enum class Unreadable : uint8_t {
     none,
-    link_cut,         // ends inside the link header or a tag
-    not_ipv4,         // another protocol
-    ipv4_cut,         // captured bytes end inside the IPv4 header
-    ipv4_broken,      // version, header length or total length cannot be
+    link_cut,    // ends inside the link header or a tag
+    not_ipv4,    // another protocol
+    ipv4_cut,    // captured bytes end inside the IPv4 header, before the destination is certain
+    ipv4_broken, // version, header length or total length cannot be
     reasons
 };
 const char *unreadable_text(Unreadable reason);
@@ -39,12 +42,13 @@ const char *unreadable_text(Unreadable reason);
 struct ParsedPacket {
     Unreadable unreadable = Unreadable::none; // when not none, the tuple is not set
     FiveTuple tuple{};
-    uint16_t vlan_id = 0; // of the outermost tag; 0 without one
-    uint8_t tags = 0;
+    uint16_t vlan_id = 0;  // of the outermost tag; 0 without one
+    uint8_t tags = 0;      // 255 for more
     bool fragment = false; // any fragment, the first too
 };
 
-// Any number of 802.1Q and 802.1ad tags. Never reads past the captured bytes.
+// Any number of 802.1Q and 802.1ad tags, and LLC with or without SNAP. Never reads past the
+// captured bytes.
 ParsedPacket parse_packet(const CapturedPacket &packet) noexcept;
 
 } // namespace vlc

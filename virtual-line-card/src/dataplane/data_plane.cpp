@@ -1,0 +1,114 @@
+// Packets in, lookups in the programmed tables, counts out.
+#include "vlc/data_plane.h"
+
+#include <algorithm>
+#include <bit>
+
+#include "lookup_keys.h"
+
+namespace vlc {
+namespace {
+
+constexpr uint32_t unswapped_card_types[] = {
+#define CARD_TYPE_COUNTER_UNSWAPPED(name, code) uint32_t{code},
+#include "card_types.def"
+#undef CARD_TYPE_COUNTER_UNSWAPPED
+};
+
+bool takes_counters_unswapped(uint32_t card_type)
+{
+    return std::ranges::find(unswapped_card_types, card_type) != std::end(unswapped_card_types);
+}
+
+uint64_t mix(uint64_t word)
+{
+    word = (word ^ word >> 32) * 0xd6e8feb86659fd93u;
+    return (word ^ word >> 32) * 0xd6e8feb86659fd93u;
+}
+
+constexpr size_t action_place = 0;
+constexpr size_t counter_place = 1;
+constexpr size_t counter_bytes = 3;
+
+// Whether the table has the key. A row that counts is counted on.
+bool look_up(Np &np, NpTotals &totals, TableKind kind, Bytes key, bool unswapped,
+             uint32_t wire_length) noexcept
+{
+    const TableRow *row = np.table(kind).find(key);
+    if (row == nullptr) {
+        return false;
+    }
+    ++totals.hits[static_cast<size_t>(kind)];
+    const Bytes result = row->result_span();
+    const bool counts = !result.empty() && result[action_place] == lookup_keys::count_action;
+    const int64_t place = counts ? CounterBank::place(counter_in_result(result, unswapped)) : -1;
+    if (place < 0) {
+        ++totals.uncounted_hits;
+    } else {
+        np.counters().add(static_cast<uint32_t>(place), wire_length);
+    }
+    return true;
+}
+
+} // namespace
+
+uint32_t counter_in_result(Bytes result, bool unswapped) noexcept
+{
+    if (result.size() < counter_place + counter_bytes) {
+        return 0;
+    }
+    const uint32_t first = result[counter_place];
+    const uint32_t second = result[counter_place + 1];
+    const uint32_t third = result[counter_place + 2];
+    // Unswapped, the bytes are the upper three of the number as it lies in memory, its lowest byte
+    // lost. Otherwise they are the lower three in network byte order, or the other way round after
+    // an even number of exchanges; the bank of counters knows both.
+    return unswapped ? first << 8 | second << 16 | third << 24 : first << 16 | second << 8 | third;
+}
+
+DataPlane::DataPlane(NpStore &nps, const CardConfig &config)
+    : nps_(nps), unswapped_(takes_counters_unswapped(config.card_type))
+{
+    totals_.nps.resize(nps.size());
+}
+
+uint32_t DataPlane::np_of(const FiveTuple &tuple) const noexcept
+{
+    const uint64_t addresses = uint64_t{tuple.source} << 32 | tuple.destination;
+    const uint64_t rest =
+        uint64_t{tuple.protocol} << 32 | uint64_t{tuple.source_port} << 16 | tuple.destination_port;
+    const uint64_t hash = mix(addresses ^ std::rotl(rest * 0x9e3779b97f4a7c15u, 32));
+    // The upper half, scaled to the number of NPs: no division on the way of a packet.
+    return static_cast<uint32_t>((hash >> 32) * totals_.nps.size() >> 32);
+}
+
+void DataPlane::process(const CapturedPacket &packet) noexcept
+{
+    ++totals_.packets;
+    totals_.bytes += packet.wire_length;
+    const ParsedPacket parsed = parse_packet(packet);
+    if (parsed.unreadable != Unreadable::none) {
+        ++totals_.unreadable[static_cast<size_t>(parsed.unreadable)];
+        return;
+    }
+    const FiveTuple &tuple = parsed.tuple;
+    const uint32_t np_number = np_of(tuple);
+    Np &np = nps_[np_number];
+    NpTotals &totals = totals_.nps[np_number];
+    ++totals.packets;
+    totals.bytes += packet.wire_length;
+
+    const auto destination =
+        lookup_keys::destination_key(tuple.protocol, tuple.destination, tuple.destination_port);
+    const auto address = lookup_keys::address_key(tuple.destination);
+    const bool hit_destination =
+        look_up(np, totals, TableKind::service_config, destination, unswapped_, packet.wire_length);
+    const bool hit_address =
+        look_up(np, totals, TableKind::ext_conf, address, unswapped_, packet.wire_length);
+    if (!hit_destination && !hit_address) {
+        ++totals_.missed_packets;
+        totals_.missed_bytes += packet.wire_length;
+    }
+}
+
+} // namespace vlc
