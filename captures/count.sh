@@ -4,6 +4,7 @@
 #   captures/count.sh           rewrite the tables, keep the part about the programs
 #   captures/count.sh --check   compare the tables with COUNTS.md, exit 1 when they differ
 set -euo pipefail
+export LC_ALL=C
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
 readonly fields=(frame.len frame.cap_len ip.src ip.dst ip.proto ip.frag_offset ip.flags.mf
@@ -19,7 +20,7 @@ packet_fields() {
 # The sums of the packets on standard input, as the cells of one row of the table. Ports count
 # for TCP and UDP alone, and are 0 in every other packet and in fragments after the first.
 count_packets() {
-    gawk -F '\t' '
+    awk -F '\t' '
         { packets++; bytes += $1 }
         $2 < $1 { truncated++ }
         $12 != "" || $13 != "" { tagged++ }
@@ -53,9 +54,10 @@ write_tables() {
 
 Written by `captures/count.sh`; `captures/count.sh --check` compares this file with the captures.
 
-| file | octets in the file | link type | packets | wire bytes | directional IPv4 5-tuples | distinct (protocol, destination address, destination port) | destination addresses | fragments | tagged | of these, tagged twice | truncated | not IPv4 |
-|---|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|
 TEXT
+    printf '| %s ' file octets 'link type' packets 'wire bytes' '5-tuples' 'destination triples' \
+        'destination addresses' fragments tagged 'tagged twice' truncated 'not IPv4'
+    printf '|\n|---|--:|---|--:|--:|--:|--:|--:|--:|--:|--:|--:|--:|\n'
     for file in "${files[@]}"; do
         printf '| %s | %d | %s | ' "$file" "$(stat -c %s "$file")" "$(link_type "$file")"
         packet_fields "$file" | count_packets
@@ -64,10 +66,14 @@ TEXT
     for file in "${files[@]}"; do packet_fields "$file"; done | count_packets
     cat << 'TEXT'
 
-The row `all` counts a 5-tuple, a destination or an address once, however many files it is in.
-A packet that is not TCP or UDP, and a fragment after the first, counts under port 0. `fragments`
-are IPv4 fragments, the first ones too; `truncated` packets were longer on the wire than in the
-file.
+- `octets` is the size of the file.
+- `5-tuples` are directional: (protocol, source and destination address, source and destination
+  port) of IPv4. `destination triples` are (protocol, destination address, destination port). A
+  packet that is not TCP or UDP, and a fragment after the first, counts under port 0.
+- `fragments` are IPv4 fragments, the first ones too.
+- `tagged twice` is the part of `tagged` with an 802.1ad tag before the 802.1Q one.
+- `truncated` packets were longer on the wire than in the file.
+- The row `all` counts a 5-tuple, triple or address once, however many files it is in.
 
 The same numbers by hand, for one file:
 
@@ -91,16 +97,20 @@ TEXT
 
 main() {
     local written
+    [[ ${1-} =~ ^(--check)?$ ]] || {
+        echo "count.sh: unknown option '$1', known is --check" >&2
+        exit 2
+    }
     written=$(mktemp)
     # shellcheck disable=SC2064
     trap "rm -f '$written'" EXIT
     write_tables > "$written"
     sed -n '/^## Programs/,$p' COUNTS.md >> "$written"
-    case "${1-}" in
-        '') cp "$written" COUNTS.md ;;
-        --check) diff -u COUNTS.md "$written" ;;
-        *) echo "count.sh: unknown option '$1', known is --check" >&2; exit 2 ;;
-    esac
+    if [[ ${1-} == --check ]]; then
+        diff -u COUNTS.md "$written"
+    else
+        cat "$written" > COUNTS.md
+    fi
 }
 
 main "$@"

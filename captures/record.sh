@@ -5,13 +5,14 @@
 #
 # Hosts and routers are network namespaces joined by veth pairs. All of it lives in a mount, PID
 # and network namespace of its own, so that the end of this script, however it comes, ends every
-# program and takes every device and working file with it. The files of this directory change
-# only after every recording has succeeded.
+# program and takes every device and working file with it; five minutes are its limit. The files
+# of this directory change only after every recording has succeeded.
 #
 #   office  (192.0.2.0/24)      ---- trunk, Ethernet ------------ hub --- servers (203.0.113.0/24)
 #   branch  (198.51.100.0/25)   ---- 802.1Q and 802.1ad tags ----- |      web, dns, cache, files,
 #   remote  (198.51.100.128/25) ---- MTU 600 --------------------- |      logs
 set -euo pipefail
+export LC_ALL=C
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 readonly here
@@ -20,7 +21,7 @@ readonly web=203.0.113.10 dns=203.0.113.53 cache=203.0.113.20 files=203.0.113.30
 readonly logs=203.0.113.40
 readonly packages=(iproute2 ethtool tcpdump tshark nginx-light curl dnsmasq-base bind9-dnsutils
                    redis-server redis-tools rsync iputils-ping traceroute socat bsdextrautils
-                   bsdutils python3-minimal gawk)
+                   bsdutils python3-minimal)
 mac_count=0
 captures_running=()
 
@@ -105,9 +106,9 @@ build_servers() {
 }
 
 build_office() {
-    local number device
+    local number device host
     add_host office 1
-    for number in {11..18}; do attach_host "desk$number" 192.0.2.$number office 192.0.2.1; done
+    for number in {11..18}; do attach_host "desk$number" "192.0.2.$number" office 192.0.2.1; done
     join_hosts office trunk hub office 1500
     route_link office trunk 198.18.1 office 192.0.2.0/24
     ip -n office route add default via 198.18.1.2
@@ -130,17 +131,17 @@ wait_for() {
 
 # The branch's two networks share one wire: data under one tag, guests under two.
 build_branch() {
-    local number router device network
+    local number router device network prefix length
     add_host branch 1
     for number in {11..14}; do
-        attach_host "till$number" 198.51.100.$number branch 198.51.100.1
+        attach_host "till$number" "198.51.100.$number" branch 198.51.100.1
     done
     for number in {71..73}; do
-        attach_host "guest$number" 198.51.100.$number branch 198.51.100.65
+        attach_host "guest$number" "198.51.100.$number" branch 198.51.100.65
     done
     join_hosts branch wire hub wire 1600
     for router in branch hub; do
-        in_host $router python3 "$here/vlan_tap.py" --wire wire --port data0=8021q:110 \
+        in_host $router /usr/bin/python3 "$here/vlan_tap.py" --wire wire --port data0=8021q:110 \
             --port guest0=8021ad:200,8021q:30 &
         for device in data0 guest0; do
             wait_for "$device of $router" ip -n $router link show $device
@@ -160,7 +161,7 @@ build_remote() {
     local number
     add_host remote 1
     for number in {131..133}; do
-        attach_host "hut$number" 198.51.100.$number remote 198.51.100.129
+        attach_host "hut$number" "198.51.100.$number" remote 198.51.100.129
     done
     join_hosts remote narrow hub narrow 600
     route_link remote narrow 198.18.4 narrow 198.51.100.128/25
@@ -176,11 +177,11 @@ make_content() {
             echo "<html><body><h1>Page $number</h1>"
             seq -f "<p>line %g of page $number</p>" $((20 + number * number * 2))
             echo '</body></html>'
-        } > $work/pages/page$number.html
+        } > "$work/pages/page$number.html"
     done
     seq -f 'archive record %g' 7000 > $work/pages/archive.txt
     for number in {1..6}; do
-        seq -f "ledger $number entry %g" $((number * 500)) > $work/outbox/ledger$number.txt
+        seq -f "ledger $number entry %g" $((number * 500)) > "$work/outbox/ledger$number.txt"
     done
     seq -f 'boot block %g' 900 > $work/boot/image
 }
@@ -231,8 +232,9 @@ start_dns() {
 start_servers() {
     start_web
     start_dns
+    # Without COMMAND: redis-cli would fetch 300 kB of help with it on every connection.
     in_host cache redis-server --bind $cache 127.0.0.1 --port 6379 --save '' --appendonly no \
-        --dir $work/cache --protected-mode no > $work/redis.log &
+        --dir $work/cache --protected-mode no --rename-command COMMAND '' > $work/redis.log &
     cat > $work/rsyncd.conf << CONFIG
 use chroot = no
 reverse lookup = no
@@ -254,8 +256,9 @@ CONFIG
 start_capture() {
     local file=$1 host=$2 device=$3 snaplen=$4
     shift 4
-    in_host "$host" tcpdump -n -Z root -B 8192 -i "$device" -s "$snaplen" -w "$work/$file" "$@" \
-        2> "$work/$file.log" &
+    # Not in_host: the process id must be that of tcpdump itself.
+    ip netns exec "$host" tcpdump -n -Z root -B 8192 -i "$device" -s "$snaplen" \
+        -w "$work/$file" "$@" 2> "$work/$file.log" &
     captures_running+=("$!:$work/$file.log")
     wait_for "the capture of $file" grep -q 'listening on' "$work/$file.log"
 }
@@ -264,7 +267,7 @@ stop_captures() {
     local capture
     sleep 1.5
     for capture in "${captures_running[@]}"; do
-        kill -INT "${capture%%:*}"
+        kill -TERM "${capture%%:*}"
         wait "${capture%%:*}" || true
         grep -q '^0 packets dropped by kernel' "${capture#*:}" ||
             fail "packets were lost: $(tail -n 1 "${capture#*:}")"
@@ -290,7 +293,7 @@ send_log() {
 use_cache() {
     local host=$1 server=$2 rounds=$3 round
     for ((round = 1; round <= rounds; round++)); do
-        echo "SET basket:$host:$round $(seq -s , $((round * 9)))"
+        echo "SET basket:$host:$round $(seq -s , $((round * 60)))"
         echo "GET basket:$host:$round"
         echo "GET basket:$host:$((round / 2 + 1))"
         echo 'INCR visits'
@@ -313,7 +316,7 @@ visit_web() {
 work_at_desk() {
     local number=$1 host=desk$1 visit
     RANDOM=$number
-    for visit in {1..12}; do
+    for visit in {1..11}; do
         visit_web "$host" $((RANDOM % 5 == 0 ? 8080 : 80))
         case $((visit % 6)) in
             1) look_up "$host" "desk$((11 + RANDOM % 8))" ;;
@@ -377,7 +380,7 @@ work_at_branch() {
 
 record_branch() {
     local number clients=()
-    start_capture tagged-link.pcap hub wire 400
+    start_capture tagged-link.pcap hub wire 200
     for number in {11..14}; do work_at_branch "till$number" "$number" & clients+=($!); done
     for number in {71..73}; do work_at_branch "guest$number" "$number" & clients+=($!); done
     wait_for_all "${clients[@]}"
@@ -388,7 +391,7 @@ record_branch() {
 work_at_remote() {
     local host=$1 round
     RANDOM=$2
-    for round in {1..6}; do
+    for round in {1..4}; do
         look_up "$host" +bufsize=4096 +ignore racks TXT
         look_up "$host" web
         in_host "$host" ping -q -n -M dont -c 2 -i 0.2 -s $((1000 * (RANDOM % 3 + 1))) $web \
@@ -410,7 +413,7 @@ record_remote() {
 # Seen on every device of one server at once, its loopback too.
 record_server() {
     local number clients=()
-    start_capture server-any.pcap cache any 256 -y LINUX_SLL
+    start_capture server-any.pcap cache any 160 -y LINUX_SLL
     for number in {11..18}; do
         use_cache "desk$number" $cache $((number - 8)) & clients+=($!)
     done
@@ -439,15 +442,15 @@ write_versions() {
         redis-server "$(redis-server --version | sed 's/.* v=\([^ ]*\).*/\1/')" \
         'redis-cli, redis-benchmark' "$(redis-cli --version | cut -d ' ' -f 2)" \
         rsync "$(first_line rsync --version | cut -d ' ' -f 4)" \
-        ping "$(ping -V | sed 's/.*iputils //')" \
+        ping "$(first_line ping -V | sed 's/.*iputils //')" \
         traceroute "$(first_line traceroute --version | grep -o '[0-9][0-9.]*' | head -n 1)" \
         logger "$(logger --version | sed 's/.*util-linux //')" \
         socat "$(socat -V | sed -n 's/^socat version \([^ ]*\).*/\1/p')" \
-        iproute2 "$(ip -V | sed 's/.*iproute2-//')" \
+        iproute2 "$(ip -V | sed 's/.*iproute2-\([^,]*\).*/\1/')" \
         'Python (vlan_tap.py)' "$(/usr/bin/python3 --version | cut -d ' ' -f 2)" \
         tcpdump "$(first_line tcpdump --version | cut -d ' ' -f 3)" \
         libpcap "$(tcpdump --version 2>&1 | sed -n 's/^libpcap version \([^ ]*\).*/\1/p')" \
-        'editcap, tshark' "$(first_line tshark --version | cut -d ' ' -f 3)"
+        'editcap, tshark' "$(tshark --version 2> /dev/null | sed -n '1s/.*) \([^ ]*\) (.*/\1/p')"
 }
 
 record_all() {
@@ -469,15 +472,28 @@ record_all() {
     "$here/count.sh"
 }
 
+# Runs this script again in namespaces of its own. Their first process takes all others with it.
+record_apart() {
+    local apart
+    RECORDING_APART=1 timeout --kill-after=1 300 unshare --mount --uts --ipc --net --pid --fork \
+        --mount-proc --kill-child "$here/record.sh" &
+    apart=$!
+    # shellcheck disable=SC2064
+    trap "kill $apart 2> /dev/null || true" EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
+    wait $apart
+}
+
 main() {
     [[ $# -eq 0 ]] || fail "takes no arguments, not '$1'"
     [[ $EUID -eq 0 ]] || fail 'needs root, for network namespaces'
     if [[ -z ${RECORDING_APART-} ]]; then
         install_programs
-        RECORDING_APART=1 unshare --mount --uts --ipc --net --pid --fork --mount-proc \
-            --kill-child "$here/record.sh"
+        record_apart
         return
     fi
+    trap 'exit 143' INT TERM
     record_all
 }
 

@@ -64,6 +64,13 @@ def open_wire(device):
     return wire
 
 
+def open_or_exit(open_device, device):
+    try:
+        return open_device(device)
+    except OSError as error:
+        sys.exit(f"vlan_tap: {device}: {error.strerror}")
+
+
 def push_tags(frame, tags):
     encoded = b"".join(struct.pack("!HH", kind, number) for kind, number in tags)
     return frame[:MAC_ADDRESSES_LENGTH] + encoded + frame[MAC_ADDRESSES_LENGTH:]
@@ -124,11 +131,8 @@ def main():
         if tags in devices_by_tags:
             parser.error(f"{device} has the same tags as {devices_by_tags[tags]}")
         devices_by_tags[tags] = device
-    try:
-        taps_by_tags = {tags: open_tap(device) for tags, device in devices_by_tags.items()}
-        carry(open_wire(options.wire), taps_by_tags)
-    except OSError as error:
-        sys.exit(f"vlan_tap: {options.wire}: {error.strerror}")
+    wire = open_or_exit(open_wire, options.wire)
+    carry(wire, {tags: open_or_exit(open_tap, device) for tags, device in devices_by_tags.items()})
 
 
 if __name__ == "__main__":
