@@ -17,17 +17,17 @@ extern "C" {
 
 /* Flags of a debug point. */
 enum {
-    ED_SUPPRESS_PRINT = 0x02,      /* no print */
-    ED_SUPPRESS_ALL = 0x04,        /* no print, and no trace event unless the point matched */
-    ED_PRINT = 0x40,               /* print through ed_print_debug */
-    ED_SLOW = 0x80,                /* print through ed_slow_debugs; read only without ED_PRINT */
-    ED_INVERT = 0x100,             /* invert the filter's result */
-    ED_LINE = 0x200,               /* compare the line id */
-    ED_DEFAULT_FLAGS = 0x0430,     /* what a debug point is built with */
-    ED_LINE_ID_MASK = 0x00FFFFFF,  /* of line_filter: the line id */
-    ED_FILTER_BYTE_SHIFT = 24,     /* of line_filter: non-zero above it, the filter is on */
-    ED_EVENT_BUFFER = 0,           /* trace buffer of ordinary messages */
-    ED_ERROR_BUFFER = 1,           /* trace buffer of failure messages */
+    ED_SUPPRESS_PRINT = 0x02,     /* no print */
+    ED_SUPPRESS_ALL = 0x04,       /* no print, and no trace event unless the point matched */
+    ED_PRINT = 0x40,              /* print through ed_print_debug */
+    ED_SLOW = 0x80,               /* print through ed_slow_debugs; read only without ED_PRINT */
+    ED_INVERT = 0x100,            /* invert the filter's result */
+    ED_LINE = 0x200,              /* compare the line id */
+    ED_DEFAULT_FLAGS = 0x0430,    /* what a debug point is built with */
+    ED_LINE_ID_MASK = 0x00FFFFFF, /* of line_filter: the line id */
+    ED_FILTER_BYTE_SHIFT = 24,    /* of line_filter: non-zero above it, the filter is on */
+    ED_EVENT_BUFFER = 0,          /* trace buffer of ordinary messages */
+    ED_ERROR_BUFFER = 1,          /* trace buffer of failure messages */
     ED_TRACE_BUFFERS = 2,
     ED_TRACE_BUFFER_ENTRIES = 1000
 };
@@ -45,7 +45,7 @@ typedef struct ed_debug_point {
     uint8_t trace_buffer; /* ED_EVENT_BUFFER or ED_ERROR_BUFFER */
     uint32_t line_filter; /* bits 0-23 line id, bits 24-31 filter byte */
     uint32_t arg_count;
-    uint32_t number;      /* trace point number: unique, dense from 0, never changing */
+    uint32_t number; /* trace point number: unique, dense from 0, never changing */
     const char *const *arg_names;
     const char *format;
     const char *file;

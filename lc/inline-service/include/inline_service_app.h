@@ -12,6 +12,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Batch action: everything held for the key goes. Any other value applies the elements. */
 enum { INLINE_SVC_BATCH_DELETE_ALL = 3 };
@@ -49,7 +50,8 @@ typedef struct app_handler_result {
 uint32_t inline_svc_shadow_db_insert_action_array(action_array *batch);
 
 /* Appends a heap copy of `node` (link zeroed) to a batch's list.
- * Returns 0; 12 when the copy or its enqueue failed, with the list as it was; 22 for a null list. */
+ * Returns 0; 12 when the copy or its enqueue failed, with the list as it was; 22 for a null list.
+ */
 uint32_t inline_svc_app_node_insert(list_record *node_list, app_node_element node);
 
 /* Registers the three pointers of an application type, once.
@@ -84,6 +86,7 @@ RECORD_FIELD(app_registration, data, 24);
 RECORD_SIZE(app_handler_result, 8);
 RECORD_FIELD(app_handler_result, batch, 0);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

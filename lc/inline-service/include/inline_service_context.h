@@ -20,6 +20,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 struct shadow_db;
 
@@ -103,6 +104,7 @@ RECORD_FIELD(inline_svc_global_cntx, app_handler, 112);
 RECORD_FIELD(inline_svc_global_cntx, app_stats_handler, 160);
 RECORD_FIELD(inline_svc_global_cntx, app_data, 208);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

@@ -11,6 +11,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Opens the manager connection and reads the card type; PRM then drives the library through
  * inline_svc_prm_notif_handler.
@@ -54,6 +55,7 @@ void inline_svc_catastrophic_recovery(const prm_async_response *response);
 void inline_svc_format_hex(char *buffer, int32_t size, const void *bytes, int32_t length,
                            const char *label);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

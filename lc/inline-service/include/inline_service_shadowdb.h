@@ -14,6 +14,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 struct action_array;
 struct app_node;
@@ -247,6 +248,7 @@ RECORD_FIELD(shmem_node, stat_index_rx, 176);
 RECORD_FIELD(shmem_node, stat_index_drop, 208);
 RECORD_FIELD(shmem_node, reserved_240, 240);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

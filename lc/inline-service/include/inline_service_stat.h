@@ -10,6 +10,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+#pragma GCC visibility push(default)
 
 /* Sums over NPs, modulo 2^32. */
 typedef struct stats_sum {
@@ -54,6 +55,7 @@ RECORD_SIZE(stats_sum, 8);
 RECORD_FIELD(stats_sum, first, 0);
 RECORD_FIELD(stats_sum, second, 4);
 
+#pragma GCC visibility pop
 #ifdef __cplusplus
 }
 #endif

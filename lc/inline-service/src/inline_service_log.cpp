@@ -1,0 +1,217 @@
+#include "inline_service_log.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "inline_service_context.h"
+
+// The ends of the section that holds the debug points, made by the linker.
+extern "C" {
+extern ed_debug_point __start_inline_svc_debug_points[] __attribute__((visibility("hidden")));
+extern ed_debug_point __stop_inline_svc_debug_points[] __attribute__((visibility("hidden")));
+}
+
+namespace inline_service {
+namespace {
+
+constexpr char log_path[] = "/tmp/inline_svc_log";
+constexpr int32_t log_size_limit = 10000000;
+constexpr size_t stamp_seconds_length = 15;               // "Nov 21 01:38:00"
+constexpr size_t stamp_length = stamp_seconds_length + 5; // ".123:"
+
+constinit ed_component component = {
+    .name = "libinline_service_infra",
+    .short_name = "",
+    .buffers = {{"event", ED_TRACE_BUFFER_ENTRIES, 0}, {"error", ED_TRACE_BUFFER_ENTRIES, 0}},
+    .buffer_handles = {nullptr, nullptr},
+    .trace_word = 0,
+    .padding = 0,
+    .dummy = ed_dummy_libinline_service_infra,
+    .perf_dummy = ed_perf_dummy_libinline_service_infra,
+    .debug_points = __start_inline_svc_debug_points,
+    .debug_point_count = 0,
+    .reserved = 0};
+
+size_t debug_point_count()
+{
+    return static_cast<size_t>(__stop_inline_svc_debug_points - __start_inline_svc_debug_points);
+}
+
+bool stands_before(const ed_debug_point &left, const ed_debug_point &right)
+{
+    const int files = std::strcmp(left.file, right.file);
+    return files != 0 ? files < 0 : left.line_filter < right.line_filter;
+}
+
+// Numbers follow the source order, by file and line. Compilers and linkers keep no order inside a
+// section, so the place in the array says nothing. Runs when the library is loaded, before any
+// message.
+[[gnu::constructor]] void number_debug_points()
+{
+    ed_debug_point *points = __start_inline_svc_debug_points;
+    const size_t count = debug_point_count();
+    for (size_t i = 0; i < count; ++i) {
+        const auto before = std::count_if(points, points + count, [&](const ed_debug_point &other) {
+            return stands_before(other, points[i]);
+        });
+        points[i].number = static_cast<uint32_t>(before);
+    }
+    component.debug_point_count = count;
+}
+
+// The text of a second: ctime costs more than the rest of a line, so it is asked once a second.
+const char *seconds_text(time_t seconds)
+{
+    static time_t known_second = -1;
+    static char known_text[stamp_seconds_length + 1];
+    if (known_text[0] == '\0' || seconds != known_second) {
+        const char *text = ctime(&seconds);
+        if (text == nullptr) // a year that has no text
+            text = "    (no time)";
+        snprintf(known_text, sizeof known_text, "%-15.15s", text + 4);
+        known_second = seconds;
+    }
+    return known_text;
+}
+
+void put_stamp(char *out)
+{
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    memcpy(out, seconds_text(now.tv_sec), stamp_seconds_length);
+    const auto milliseconds = static_cast<unsigned>(now.tv_nsec / 1000000) % 1000;
+    out[15] = '.';
+    out[16] = static_cast<char>('0' + milliseconds / 100);
+    out[17] = static_cast<char>('0' + milliseconds / 10 % 10);
+    out[18] = static_cast<char>('0' + milliseconds % 10);
+    out[19] = ':';
+}
+
+} // namespace
+
+bool LogStream::open(bool truncate)
+{
+    // Only a regular file will do: never follow a link, never wait for a pipe's reader.
+    const int append = truncate ? 0 : O_APPEND;
+    const int descriptor =
+        ::open(log_path,
+               O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | append, 0666);
+    struct stat status = {};
+    if (descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
+        (!truncate || ftruncate(descriptor, 0) == 0)) {
+        descriptor_ = descriptor;
+        return true;
+    }
+    if (descriptor >= 0)
+        close(descriptor);
+    printf("failed to open!!!\n");
+    return false;
+}
+
+// A stream that appends stands at the end of its own last write, other streams' bytes included; one
+// that truncated stands behind what it wrote itself. The kernel knows both, also after a fork.
+bool LogStream::past_limit() const
+{
+    // Kept: the position is taken as a signed 32-bit number, so a file beyond 2 GiB is left alone.
+    return static_cast<int32_t>(lseek(descriptor_, 0, SEEK_CUR)) > log_size_limit;
+}
+
+bool LogStream::ready()
+{
+    if (descriptor_ < 0)
+        return open(false);
+    if (!past_limit())
+        return true;
+    close(descriptor_);
+    descriptor_ = -1;
+    return open(true);
+}
+
+void LogStream::render(LogLine *line, const char *format, ...)
+{
+    if (!ready())
+        return;
+    put_stamp(line->text);
+    va_list arguments;
+    va_start(arguments, format);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" // checked where the site stands
+    const int wanted =
+        vsnprintf(line->text + stamp_length, log_line_limit + 1 - stamp_length, format, arguments);
+#pragma GCC diagnostic pop
+    va_end(arguments);
+    line->length =
+        std::min(stamp_length + static_cast<size_t>(std::max(wanted, 0)), log_line_limit);
+    line->text[line->length++] = '\n';
+}
+
+void LogStream::write(const LogLine &line)
+{
+    for (size_t done = 0; done < line.length;) {
+        const ssize_t written = ::write(descriptor_, line.text + done, line.length - done);
+        if (written <= 0)
+            return;
+        done += static_cast<size_t>(written);
+    }
+}
+
+bool select_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words)
+{
+    // The facility changes flags and filter while the library runs.
+    const uint16_t flags = __atomic_load_n(&point.flags, __ATOMIC_RELAXED);
+    const uint32_t filter = __atomic_load_n(&point.line_filter, __ATOMIC_RELAXED);
+    uint32_t matched = 0;
+    if ((flags & ED_PRINT) != 0) {
+        matched = 1;
+        if ((filter >> ED_FILTER_BYTE_SHIFT) != 0 || (flags & ED_LINE) != 0) {
+            if ((flags & ED_LINE) != 0 && (filter & ED_LINE_ID_MASK) != line)
+                matched = 0;
+            if ((flags & ED_INVERT) != 0)
+                matched = matched == 0;
+        }
+        if (matched != 0 && (flags & (ED_SUPPRESS_PRINT | ED_SUPPRESS_ALL)) == 0)
+            ed_print_debug(&point, &component, words, 0, line, 0, point.format, 0);
+    } else if ((flags & ED_SLOW) != 0) {
+        ed_slow_debugs(&point, &component, &matched, words, 0, line, 0, point.format, 0);
+    }
+    return (flags & ED_SUPPRESS_ALL) == 0 || matched != 0;
+}
+
+void *trace_buffer_of(const ed_debug_point &point)
+{
+    return component.buffer_handles[point.trace_buffer % ED_TRACE_BUFFERS];
+}
+
+uint64_t event_word_of(const ed_debug_point &point)
+{
+    const uint64_t trace_word = __atomic_load_n(&component.trace_word, __ATOMIC_RELAXED) & 0x1F;
+    const uint64_t number = point.number & ((UINT64_C(1) << ED_EVENT_NUMBER_BITS) - 1);
+    return ED_EVENT_WORD_FIXED | (trace_word << ED_EVENT_TRACE_WORD_SHIFT) | number;
+}
+
+void register_component(uint64_t arg1, uint64_t arg2, uint64_t arg3, uint64_t arg4)
+{
+    memcpy(component.short_name, "inlc", sizeof "inlc");
+    ed_init(&component, arg1, arg2, arg3, arg4);
+}
+
+// The sanitizers must not see the fault before the kernel does.
+__attribute__((no_sanitize("undefined"), no_sanitize("address"))) void
+assertion_failed(const char *file, int line, const char *expression)
+{
+    flockfile(stderr);
+    fprintf(stderr, "%s: %d %s -- assertion failed\n", file, line, expression);
+    volatile uintptr_t address_of_the_fault = 1; // leaves a core
+    *reinterpret_cast<volatile char *>(address_of_the_fault) = 0;
+    abort();
+}
+
+} // namespace inline_service

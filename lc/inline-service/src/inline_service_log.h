@@ -1,0 +1,138 @@
+// The log: one macro for every site, one assertion.
+//
+//   inline_svc_trace("Total counters %d", size);        an ordinary message
+//   inline_svc_trace_error(" enqueue failed \n");       a failure
+//   inline_svc_assert(FALSE);                           a path that must not be reached
+//
+// A message goes three ways: a time-stamped line in the log file, the event-debug facility when the
+// site's flags ask for it, and a trace event. Writing a site registers it: its debug point is a
+// static record in a linker section, and the section is the array that the facility is given. A
+// site therefore never stands in an inline function or template, where the compiler would make one
+// record of many or none. The format is checked by the compiler, and the arguments appear in the
+// debug point under their source expressions.
+#pragma once
+
+#include <array>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+
+#include "platform_event_debug.h"
+
+namespace inline_service {
+
+inline constexpr size_t log_line_limit = 600; // longer lines are cut here
+
+// A line on its way to the file: time stamp, text, newline.
+struct LogLine {
+    size_t length = 0; // 0: there is no stream to write it to
+    char text[log_line_limit + 2];
+};
+
+// One stream on the log file. Each source file has its own, so several are open at once, each with
+// its own position, as with one stdio stream a file.
+class LogStream {
+public:
+    // Opens the stream or, past the size limit, truncates the file; then renders the line.
+    void render(LogLine *line, const char *format, ...);
+    // One write; what the disk refuses is lost, as with a flush that fails.
+    void write(const LogLine &line);
+
+private:
+    bool ready();
+    bool past_limit() const;
+    bool open(bool truncate);
+
+    int descriptor_ = -1;
+};
+
+// Each source file that logs has one.
+[[maybe_unused]] static constinit LogStream log_stream;
+
+// Gives the message to the event-debug facility if the site's flags say so. Returns whether the
+// site's trace event is to be sent.
+bool select_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words);
+void *trace_buffer_of(const ed_debug_point &point);
+uint64_t event_word_of(const ed_debug_point &point);
+
+// The one word in which the facilities get an argument: integers widened by their own signedness,
+// strings by address.
+template <std::integral Integer>
+constexpr uint64_t as_word(Integer value)
+{
+    return static_cast<uint64_t>(value);
+}
+inline uint64_t as_word(const void *address)
+{
+    return reinterpret_cast<uint64_t>(address);
+}
+
+template <typename... Arguments>
+void log_message(LogStream &stream, ed_debug_point &point, uint32_t line, Arguments... arguments)
+{
+    LogLine text;
+    stream.render(&text, point.format, arguments...);
+    const std::array<uint64_t, sizeof...(arguments) + 1> words = {as_word(arguments)...};
+    if (select_event_debug(point, line, words.data())) {
+        if constexpr (sizeof...(arguments) == 0)
+            _ltrace(trace_buffer_of(point), event_word_of(point), uint64_t{0});
+        else
+            _ltrace(trace_buffer_of(point), event_word_of(point), as_word(arguments)...);
+    }
+    stream.write(text); // last, where the stream is flushed
+}
+
+// Hands the component record to the event-debug facility under the short name.
+void register_component(uint64_t arg1, uint64_t arg2, uint64_t arg3, uint64_t arg4);
+
+// Never called: lets the compiler hold a site's format against its arguments.
+[[gnu::format(printf, 1, 2)]] void check_format(const char *format, ...);
+
+[[noreturn]] void assertion_failed(const char *file, int line, const char *expression);
+
+} // namespace inline_service
+
+#define INLINE_SVC_NAME(expression, ...) #expression, __VA_OPT__(INLINE_SVC_NAME_1(__VA_ARGS__))
+#define INLINE_SVC_NAME_1(expression, ...) #expression, __VA_OPT__(INLINE_SVC_NAME_2(__VA_ARGS__))
+#define INLINE_SVC_NAME_2(expression, ...) #expression, __VA_OPT__(INLINE_SVC_NAME_3(__VA_ARGS__))
+#define INLINE_SVC_NAME_3(expression, ...) #expression, __VA_OPT__(INLINE_SVC_NAME_4(__VA_ARGS__))
+#define INLINE_SVC_NAME_4(expression, ...) #expression, __VA_OPT__(INLINE_SVC_NAME_5(__VA_ARGS__))
+#define INLINE_SVC_NAME_5(expression) #expression,
+
+// The section's name is a C identifier, so that the linker marks its ends; the explicit alignment
+// keeps compilers from spreading the records. `used` keeps a site that the optimiser proved dead,
+// so that every build has the same sites.
+// clang-format off
+#define INLINE_SVC_SITE(site_level, site_function, site_format, ...)                               \
+    do {                                                                                           \
+        static constexpr const char *site_names[] = {                                              \
+            __VA_OPT__(INLINE_SVC_NAME(__VA_ARGS__)) nullptr};                                     \
+        [[gnu::section("inline_svc_debug_points"), gnu::used]]                                     \
+        alignas(8) static constinit ed_debug_point site_point = {                                  \
+            .flags = ED_DEFAULT_FLAGS,                                                             \
+            .level = site_level,                                                                   \
+            .trace_buffer = site_level,                                                            \
+            .line_filter = __LINE__,                                                               \
+            .arg_count = sizeof(site_names) / sizeof(site_names[0]) - 1,                           \
+            .number = 0,                                                                           \
+            .arg_names = site_names,                                                               \
+            .format = site_format,                                                                 \
+            .file = __FILE__,                                                                      \
+            .function = site_function,                                                             \
+            .reserved = 0};                                                                        \
+        if (false)                                                                                 \
+            ::inline_service::check_format(site_format __VA_OPT__(, ) __VA_ARGS__);                \
+        ::inline_service::log_message(::inline_service::log_stream, site_point,                    \
+                                      __LINE__ __VA_OPT__(, ) __VA_ARGS__);                        \
+    } while (false)
+// clang-format on
+
+#define inline_svc_trace(...) INLINE_SVC_SITE(ED_EVENT_BUFFER, __func__, __VA_ARGS__)
+#define inline_svc_trace_error(...) INLINE_SVC_SITE(ED_ERROR_BUFFER, __func__, __VA_ARGS__)
+
+#define FALSE false
+#define inline_svc_assert(expression)                                                              \
+    do {                                                                                           \
+        if (!(expression))                                                                         \
+            ::inline_service::assertion_failed(__FILE__, __LINE__, #expression);                   \
+    } while (false)

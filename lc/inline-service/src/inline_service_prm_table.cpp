@@ -1,0 +1,283 @@
+// Programming an entry into a table of every NP: one piece of code, two descriptions.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "inline_service_card_type.h"
+#include "inline_service_log.h"
+#include "inline_service_prm.h"
+#include "inline_service_stat.h"
+#include "platform_error_text.h"
+
+using namespace inline_service;
+
+namespace {
+
+struct OperationDescription {
+    uint32_t (*request)(void *handle, prm_config_record *record);
+    void (*entered)();
+    void (*succeeded)();
+    void (*failed)(uint32_t rc);
+};
+
+struct TableDescription {
+    uint32_t table_kind;
+    bool has_entries_without_counters;  // those whose hw_index is SHADOW_DB_NO_HW_INDEX
+    OperationDescription operations[3]; // by PRM_OP_ADD, PRM_OP_MODIFY, PRM_OP_DELETE
+    void (*rx_counter_taken)(uint32_t index);
+    void (*rx_counter_failed)(uint32_t rc);
+    void (*drop_counter_taken)(uint32_t index);
+    void (*drop_counter_failed)(uint32_t rc);
+    void (*counter_free_failed)(uint32_t rc);
+};
+
+// A row's lines are log sites of their own and speak in the name of the exported function.
+#define ROW_TRACE(...) INLINE_SVC_SITE(ED_EVENT_BUFFER, ROW_FUNCTION, __VA_ARGS__)
+#define ROW_FAILURE(text)                                                                          \
+    INLINE_SVC_SITE(ED_ERROR_BUFFER, ROW_FUNCTION, text, cerr_strerror(rc),                        \
+                    static_cast<int32_t>(rc))
+
+#define ROW_FUNCTION "inline_svc_prm_service_table_update"
+constexpr TableDescription service_config_table = {
+    .table_kind = PRM_TABLE_SERVICE_CONFIG,
+    .has_entries_without_counters = true,
+    .operations = {{prm_srh_service_config_add, [] { ROW_TRACE("SVC CONF add enter: \n"); },
+                    [] { ROW_TRACE("SVC CONF add succesful: \n"); },
+                    [](uint32_t rc) { ROW_FAILURE("SVC CONF add failed:  rc=%s (%d)"); }},
+                   {prm_srh_service_config_mod, [] { ROW_TRACE("SVC CONF modify enter: \n"); },
+                    [] { ROW_TRACE("SVC CONF modify successful: \n"); },
+                    [](uint32_t rc) { ROW_FAILURE("SVC CONF modification failed:  rc=%s (%d)"); }},
+                   {prm_srh_service_config_del, [] { ROW_TRACE("SVC CONF delete enter: \n"); },
+                    [] { ROW_TRACE("SVC CONF delete successful: \n"); },
+                    [](uint32_t rc) { ROW_FAILURE("SVC CONF delete failed:  rc=%s (%d)"); }}},
+    .rx_counter_taken = [](uint32_t index) { ROW_TRACE("SVC CONF ADD stat RX index %x", index); },
+    .rx_counter_failed =
+        [](uint32_t rc) { ROW_FAILURE("SVC CONF ADD get stat failed:  rc=%s (%d)"); },
+    .drop_counter_taken =
+        [](uint32_t index) { ROW_TRACE("SVC CONF ADD stat DROP index %x", index); },
+    .drop_counter_failed =
+        [](uint32_t rc) { ROW_FAILURE("SVC CONF ADD get stat failed:  rc=%s (%d)"); },
+    .counter_free_failed =
+        [](uint32_t rc) { ROW_FAILURE("SVC CONF DEL free stat failed:  rc=%s (%d)"); },
+};
+#undef ROW_FUNCTION
+
+#define ROW_FUNCTION "inline_svc_prm_ext_table_update"
+constexpr TableDescription ext_conf_table = {
+    .table_kind = PRM_TABLE_EXT_CONF,
+    .has_entries_without_counters = false,
+    .operations = {{prm_srh_ext_service_db_add, [] { ROW_TRACE("SVC EXT_DB add enter"); },
+                    [] { ROW_TRACE("SVC EXT_DB add succesful: \n"); },
+                    [](uint32_t rc) { ROW_FAILURE("SVC EXT_DB add failed:  rc=%s (%d)"); }},
+                   {prm_srh_ext_service_db_mod, [] { ROW_TRACE("SVC EXT_DB modify enter"); },
+                    [] { ROW_TRACE("SVC EXT_DB modify successful: \n"); },
+                    [](uint32_t rc) {
+                        ROW_FAILURE("SVC EXT_DB modification failed:  rc=%s (%d)");
+                    }},
+                   {prm_srh_ext_service_db_del, [] { ROW_TRACE("SVC EXT_DB delete enter"); },
+                    [] { ROW_TRACE("SVC EXT_DB delete successful: \n"); },
+                    [](uint32_t rc) { ROW_FAILURE("SVC EXT_DB delete failed:  rc=%s (%d)"); }}},
+    .rx_counter_taken = [](uint32_t index) { ROW_TRACE("SVC EXT_DB ADD stat RX index %x", index); },
+    .rx_counter_failed =
+        [](uint32_t rc) { ROW_FAILURE("SVC EXT_DB ADD get rx stat failed:  rc=%s (%d)"); },
+    .drop_counter_taken =
+        [](uint32_t index) { ROW_TRACE("SVC EXT_DB ADD stat DROP index %x", index); },
+    .drop_counter_failed =
+        [](uint32_t rc) { ROW_FAILURE("SVC EXT_DB ADD get drop stat failed:  rc=%s (%d)"); },
+    .counter_free_failed =
+        [](uint32_t rc) { ROW_FAILURE("SVC EXT_DB DEL free stat failed:  rc=%s (%d)"); },
+};
+#undef ROW_FUNCTION
+
+// One entry on its way to one table, NP after NP.
+class TableUpdate {
+public:
+    TableUpdate(const TableDescription &table, shmem_node &node, uint32_t operation)
+        : table_(table), operation_(table.operations[operation]), node_(node),
+          handle_(pgbl_ptr->shadow_db->prm_srh_hdl)
+    {
+        const app_node &entry = node.app_node;
+        record_.kind = PRM_RECORD_KIND;
+        record_.refnum = operation << PRM_REFNUM_OP_SHIFT | table.table_kind;
+        record_.key_len = entry.key_len;
+        std::copy_n(entry.key, entry.key_len, record_.key);
+        record_.result_len = entry.result_len;
+        std::copy_n(entry.result, entry.result_len, record_.result);
+    }
+
+    uint32_t run(uint32_t (TableUpdate::*step)(uint32_t np))
+    {
+        operation_.entered();
+        uint32_t rc = 0;
+        for (uint32_t np = 0; np < pgbl_ptr->num_nps; ++np)
+            rc = (this->*step)(np);
+        return rc; // Kept: that of the last NP, whatever the others said
+    }
+
+    uint32_t add(uint32_t np)
+    {
+        if (has_counters()) {
+            take_counters(np);
+            encode_counter(np);
+        } else {
+            counter(node_.stat_index_rx, np) = 0;
+            counter(node_.stat_index_drop, np) = 0;
+        }
+        return request(np); // Kept: counters taken for a failed add stay taken
+    }
+
+    uint32_t modify(uint32_t np)
+    {
+        if (has_counters())
+            encode_counter(np);
+        return request(np);
+    }
+
+    uint32_t remove(uint32_t np)
+    {
+        encode_counter(np); // Kept: also for an entry without counters
+        const uint32_t rc = request(np);
+        if (!has_counters())
+            return rc;
+        // Kept: the counters go even when the delete failed, and the last free hides its code.
+        free_counter(counter(node_.stat_index_rx, np), np);
+        return free_counter(counter(node_.stat_index_drop, np), np);
+    }
+
+private:
+    bool has_counters() const
+    {
+        return !table_.has_entries_without_counters ||
+               node_.app_node.hw_index != SHADOW_DB_NO_HW_INDEX;
+    }
+
+    // NPs that the node has no room for share a word that always says "no counter".
+    uint32_t &counter(uint32_t (&per_np)[SHADOW_DB_MAX_NPS], uint32_t np)
+    {
+        no_counter_ = 0;
+        return np < SHADOW_DB_MAX_NPS ? per_np[np] : no_counter_;
+    }
+
+    void take_counters(uint32_t np)
+    {
+        uint32_t &rx = counter(node_.stat_index_rx, np);
+        uint32_t rc = inline_svc_alloc_counter(&rx, np, 1);
+        table_.rx_counter_taken(rx);
+        if (rc != 0)
+            table_.rx_counter_failed(rc);
+
+        uint32_t &drop = counter(node_.stat_index_drop, np);
+        rc = inline_svc_alloc_counter(&drop, np, 1);
+        if (rc != 0)
+            table_.drop_counter_failed(rc);
+        table_.drop_counter_taken(drop);
+    }
+
+    // Puts the received-packets counter into the result's bytes 1 to 3, for the NP to count on.
+    void encode_counter(uint32_t np)
+    {
+        uint32_t &rx = counter(node_.stat_index_rx, np);
+        uint8_t bytes[sizeof rx];
+        memcpy(bytes, &rx, sizeof rx);
+        if (card_takes_counters_unswapped()) {
+            memcpy(record_.result + 1, bytes + 1, 3);
+            return;
+        }
+        // Kept: bytes 0 and 2 change places in the stored node and stay so, so that every encode
+        // turns the stored order round again.
+        std::swap(bytes[0], bytes[2]);
+        memcpy(&rx, bytes, sizeof rx);
+        memcpy(record_.result + 1, bytes, 3);
+    }
+
+    uint32_t request(uint32_t np)
+    {
+        record_.np = np;
+        const uint32_t rc = operation_.request(handle_, &record_);
+        if (rc == 0)
+            operation_.succeeded();
+        else
+            operation_.failed(rc);
+        return rc;
+    }
+
+    uint32_t free_counter(uint32_t index, uint32_t np)
+    {
+        const uint32_t rc = inline_svc_free_counter(index, np);
+        if (rc != 0)
+            table_.counter_free_failed(rc);
+        return rc;
+    }
+
+    const TableDescription &table_;
+    const OperationDescription &operation_;
+    shmem_node &node_;
+    void *handle_;
+    prm_config_record record_ = {};
+    uint32_t no_counter_ = 0;
+};
+
+uint32_t update_table(const TableDescription &table, shmem_node *node)
+{
+    if (node == nullptr || pgbl_ptr == nullptr || pgbl_ptr->shadow_db == nullptr) {
+        inline_svc_trace_error("table update without node or context");
+        return EINVAL;
+    }
+    const app_node &entry = node->app_node;
+    if (entry.key_len > SHADOW_DB_KEY_BYTES || entry.result_len > SHADOW_DB_RESULT_BYTES) {
+        inline_svc_trace_error("key_len %d or result_len %d is too long", entry.key_len,
+                               entry.result_len);
+        return EINVAL;
+    }
+    switch (entry.action) {
+    case SHADOW_DB_CREATE:
+        return TableUpdate(table, *node, PRM_OP_ADD).run(&TableUpdate::add);
+    case SHADOW_DB_MODIFY:
+        return TableUpdate(table, *node, PRM_OP_MODIFY).run(&TableUpdate::modify);
+    case SHADOW_DB_DELETE:
+        return TableUpdate(table, *node, PRM_OP_DELETE).run(&TableUpdate::remove);
+    default:
+        // Kept: the text names this table for the other one too.
+        inline_svc_trace_error("action for service config prm table is INVALID \n");
+        return EINVAL;
+    }
+}
+
+} // namespace
+
+uint32_t inline_svc_prm_service_table_update(shmem_node *node)
+{
+    return update_table(service_config_table, node);
+}
+
+uint32_t inline_svc_prm_ext_table_update(shmem_node *node)
+{
+    return update_table(ext_conf_table, node);
+}
+
+uint32_t inline_svc_prm_update(shmem_node *node)
+{
+    if (pgbl_ptr == nullptr) {
+        inline_svc_trace_error("pgbl_ptr is NULL in prm update \n");
+        return EINVAL;
+    }
+    if (pshadow_db == nullptr) {
+        inline_svc_trace_error("shemem ptr is NULL in prm update \n");
+        return EINVAL;
+    }
+    if (node == nullptr) {
+        inline_svc_trace_error("node pass NUL in prm update \n");
+        return EINVAL;
+    }
+    switch (node->app_node.table_type) {
+    case SHADOW_DB_SERVICE_CONFIG:
+        return inline_svc_prm_service_table_update(node);
+    case SHADOW_DB_EXT_CONF:
+        return inline_svc_prm_ext_table_update(node);
+    default:
+        inline_svc_trace_error("node pass INCORRECT Table in prm update \n");
+        return EINVAL;
+    }
+}

@@ -1,0 +1,238 @@
+// Packet counters: the bitmap of those in use on each NP, and the pass that reads them.
+
+#include "inline_service_stat.h"
+
+#include <algorithm>
+#include <bit>
+#include <cerrno>
+#include <climits>
+
+#include "inline_service_context.h"
+#include "inline_service_log.h"
+#include "platform_error_text.h"
+#include "platform_prm_stats.h"
+
+using namespace inline_service;
+
+namespace {
+
+constexpr uint32_t counters_per_word = 32;
+constexpr uint32_t full_word = 0xFFFFFFFF;
+
+// The most significant bit of a word is its lowest counter.
+constexpr uint32_t bit_of(uint32_t position)
+{
+    return UINT32_C(0x80000000) >> position;
+}
+
+uint32_t *make_bitmap(uint32_t np, uint32_t counter_word_per_np)
+{
+    // Kept: a byte count taken from a count of counters. It is generous, and covers the one word
+    // more than the region that allocation and freeing reach.
+    const uint64_t bytes = uint64_t{counter_word_per_np} + 8;
+    if (np >= SHADOW_DB_MAX_NPS || bytes > INT32_MAX)
+        return nullptr;
+    return static_cast<uint32_t *>(inline_svc_shared_mem_alloc(static_cast<int32_t>(bytes)));
+}
+
+} // namespace
+
+uint32_t inline_svc_stats_init(void)
+{
+    if (pgbl_ptr == nullptr || pgbl_ptr->shadow_db == nullptr)
+        return ENOMEM;
+    shadow_db &root = *pgbl_ptr->shadow_db;
+    NUM_LC_NPS = pgbl_ptr->num_nps;
+    prm_stats_cl_pre_init();
+    if (root.stats_state == 1) // the bitmaps of an earlier run belong to the surviving entries
+        return 0;
+
+    uint32_t size = prm_stats_cl_get_stateless_double_size();
+    inline_svc_trace("Total counters available for inline service on this LC%d", size);
+    size = prm_stats_cl_get_stateless_double_size();
+    const uint32_t counter_word_per_np = (size & ~(counters_per_word - 1)) + counters_per_word;
+    inline_svc_trace("counter_word_per_np %d", counter_word_per_np);
+
+    uint32_t rc = 0;
+    for (uint32_t np = 0; np < NUM_LC_NPS; ++np) {
+        uint32_t *bitmap = make_bitmap(np, counter_word_per_np);
+        if (np < SHADOW_DB_MAX_NPS)
+            root.counters[np] = bitmap;
+        if (bitmap == nullptr) {
+            // Kept: the text is that of the code so far, so the first failure prints that of 0.
+            inline_svc_trace_error("counter alloc failed: chip:%d,%s", np, cerr_strerror(rc));
+            rc = EINVAL;
+        }
+    }
+    return rc;
+}
+
+uint32_t inline_svc_alloc_counter(uint32_t *counter, uint32_t np_id, uint32_t clear)
+{
+    if (pgbl_ptr == nullptr) {
+        inline_svc_trace_error("Global pgbl_ptr is not initialized");
+        inline_svc_trace_error("Shared memory context NULL");
+        return ENOMEM;
+    }
+    if (np_id >= pgbl_ptr->num_nps || np_id >= SHADOW_DB_MAX_NPS) {
+        inline_svc_trace_error("NP id out of bounds");
+        return EINVAL;
+    }
+    if (pgbl_ptr->shadow_db == nullptr || pgbl_ptr->shadow_db->counters[np_id] == nullptr) {
+        inline_svc_trace_error("Shared memory context NULL");
+        return ENOMEM;
+    }
+    if (counter == nullptr)
+        return EINVAL;
+    uint32_t *bitmap = pgbl_ptr->shadow_db->counters[np_id];
+    const uint32_t size = prm_stats_cl_get_stateless_double_size();
+    inline_svc_trace("max_long_counter %x", size);
+    const uint32_t start = prm_stats_cl_get_stateless_double_start();
+    inline_svc_trace("counter_start %x", start);
+
+    // Kept: one word more than the region, as far as freeing reaches too.
+    uint32_t *const end = bitmap + size / counters_per_word + 1;
+    uint32_t *free_word = std::find_if(bitmap, end, [](uint32_t w) { return w != full_word; });
+    if (free_word == end) {
+        inline_svc_trace_error("No free long counters available");
+        return ENOMEM;
+    }
+    const auto word = static_cast<uint32_t>(free_word - bitmap);
+    inline_svc_trace("Found free counter at word %x", word);
+    const auto position = static_cast<uint32_t>(std::countl_one(*free_word));
+    *free_word |= bit_of(position);
+    *counter = start + counters_per_word * word + position;
+    inline_svc_trace("Found free counter at word %x", word);
+    if (clear == 0)
+        return 0;
+    uint32_t mode = PRM_STATS_MODE;
+    const uint32_t rc = prm_stats_cl_read(pgbl_ptr->prm_conn, *counter, np_id, &mode, nullptr,
+                                          nullptr, PRM_STATS_READ_AND_CLEAR);
+    if (rc != 0) // Kept: the counter is the caller's all the same
+        inline_svc_trace_error("prm stats write failed (%s)", cerr_strerror(rc));
+    return 0;
+}
+
+uint32_t inline_svc_free_counter(uint32_t counter, uint32_t np_id)
+{
+    if (np_id >= NUM_LC_NPS || np_id >= SHADOW_DB_MAX_NPS) {
+        inline_svc_trace_error("NP id out of bounds");
+        return EINVAL;
+    }
+    if (pshadow_db == nullptr || pshadow_db->counters[np_id] == nullptr) {
+        inline_svc_trace_error("Shared memory context NULL");
+        return EINVAL;
+    }
+    const uint32_t size = prm_stats_cl_get_stateless_double_size();
+    const uint32_t start = prm_stats_cl_get_stateless_double_start();
+    // Kept: the region's end counts as inside.
+    if (counter < start || uint64_t{counter} > uint64_t{start} + size) {
+        inline_svc_trace_error(" stats ptr %d out of bounds, start:%d, max:%d", counter, start,
+                               start + size);
+        return EINVAL;
+    }
+    const uint32_t place = counter - start;
+    pshadow_db->counters[np_id][place / counters_per_word] &= ~bit_of(place % counters_per_word);
+    return 0;
+}
+
+uint32_t inline_svc_stats_collection(void)
+{
+    if (pshadow_db == nullptr)
+        inline_svc_assert(FALSE);
+    for (uint32_t uidb_index = 0;
+         pshadow_db->main_table != nullptr && uidb_index < SHADOW_DB_MAIN_SLOTS; ++uidb_index) {
+        if (pshadow_db->main_table[uidb_index] != nullptr)
+            inline_svc_main_index_collect_stat(uidb_index);
+    }
+    return 0;
+}
+
+namespace {
+
+enum StatPhase : uint32_t { stat_entry = 0, stat_begin = 1, stat_end = 2 };
+
+inline_svc_app_stats_fn stats_handler_of(uint32_t app_type)
+{
+    return pgbl_ptr != nullptr ? pgbl_ptr->app_stats_handler[app_type] : nullptr;
+}
+
+main_entry *stored_entry(uint32_t uidb_index)
+{
+    if (pshadow_db == nullptr || pshadow_db->main_table == nullptr)
+        return nullptr;
+    return pshadow_db->main_table[uidb_index & 0xFFFF];
+}
+
+} // namespace
+
+void inline_svc_main_index_collect_stat(uint32_t uidb_index)
+{
+    const uint32_t app_type = inline_shadow_db_key_to_apptype(uidb_index & 0xFFFF);
+    if (app_type == 0) {
+        inline_svc_trace_error("Invalid app_type %d", app_type);
+        return;
+    }
+    const inline_svc_app_stats_fn report = stats_handler_of(app_type);
+    if (report == nullptr) {
+        inline_svc_trace_error("stat callback is not initialized");
+        return;
+    }
+    main_entry *main = stored_entry(uidb_index);
+    if (main == nullptr)
+        return;
+    report(uidb_index, 0, stat_begin, 0, 0);
+    for (const list_record &table : main->table_array) {
+        for (const list_link *link = table.first; link != nullptr; link = link->next) {
+            auto *node = static_cast<shmem_node *>(link->data);
+            if (node == nullptr)
+                return; // Kept: no end call
+            if (node->app_node.entry_id == SHADOW_DB_NO_ENTRY_ID)
+                continue;
+            stats_sum sum = {};
+            inline_svc_node_get_stat(node, &sum);
+            report(uidb_index, node->app_node.entry_id, stat_entry, sum.first, sum.second);
+        }
+    }
+    ++main->stat_round;
+    report(uidb_index, 0, stat_end, main->stat_round, 0);
+}
+
+void inline_svc_node_get_stat(shmem_node *node, stats_sum *sum)
+{
+    const uint32_t nps = std::min<uint32_t>(NUM_LC_NPS, SHADOW_DB_MAX_NPS);
+    for (uint32_t np = 0; node != nullptr && np < nps; ++np)
+        inline_svc_get_stat_per_np(np, node->stat_index_rx[np], sum);
+}
+
+void inline_svc_get_stat_per_np(uint32_t np, uint32_t counter, stats_sum *sum)
+{
+    if (np >= NUM_LC_NPS) {
+        inline_svc_trace_error(" Bad chan_id : %d ", np);
+        return;
+    }
+    if (counter == 0) {
+        inline_svc_trace_error(" Bad stat ptr : %x ", counter);
+        return;
+    }
+    if (pgbl_ptr == nullptr || sum == nullptr)
+        return;
+    uint32_t mode = PRM_STATS_MODE;
+    uint64_t words[2] = {};
+    uint64_t unused = 0;
+    const uint32_t rc =
+        prm_stats_cl_read(pgbl_ptr->prm_conn, counter, np, &mode, words, &unused, PRM_STATS_READ);
+    if (rc != 0) {
+        inline_svc_trace_error(" Cannot read stat  stats of chip %d for , RC= %s\n", np,
+                               prm_stats_err_string(rc));
+        return;
+    }
+    // Kept: sums wrap at 32 bits.
+    sum->first += static_cast<uint32_t>(words[0]);
+    sum->second += static_cast<uint32_t>(words[1]);
+}
+
+uint32_t inline_svc_stats_delay_delete_handler(void)
+{
+    return 0;
+}
