@@ -1,6 +1,7 @@
 #include "private_tmp.h"
 
-#include <cstdio>
+#include <fstream>
+#include <string>
 
 #include <fcntl.h>
 #include <sched.h>
@@ -9,10 +10,33 @@
 #include <unistd.h>
 
 namespace test {
+namespace {
+
+void write_text(const char *path, const std::string &text)
+{
+    std::ofstream(path) << text;
+}
+
+// Root makes the namespace as it is; another user makes it inside a user namespace, as itself.
+bool enter_mount_namespace()
+{
+    const std::string user = std::to_string(getuid());
+    const std::string group = std::to_string(getgid());
+    if (unshare(CLONE_NEWNS) == 0)
+        return true;
+    if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
+        return false;
+    write_text("/proc/self/setgroups", "deny");
+    write_text("/proc/self/uid_map", user + " " + user + " 1");
+    write_text("/proc/self/gid_map", group + " " + group + " 1");
+    return true;
+}
+
+} // namespace
 
 void enter_private_tmp()
 {
-    if (unshare(CLONE_NEWNS) == 0 &&
+    if (enter_mount_namespace() &&
         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
         mount("tmpfs", "/tmp", "tmpfs", 0, "mode=1777,size=1g") == 0)
         return;
