@@ -2,8 +2,8 @@
 #pragma once
 
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -23,6 +23,9 @@ struct TraceEvent {
 class EventDebug {
 public:
     static EventDebug &instance();
+    ~EventDebug();
+    EventDebug(const EventDebug &) = delete;
+    EventDebug &operator=(const EventDebug &) = delete;
 
     ed_component *component(const char *short_name) const; // null when not registered
     const std::vector<ed_component *> &components() const { return components_; }
@@ -35,7 +38,10 @@ public:
 
 private:
     friend struct EventDebugServices;
-    std::vector<ed_component *> components_;
+    struct State;
+    EventDebug();
+    std::vector<ed_component *> components_; // in the order of their first registration
+    std::unique_ptr<State> state_;
 };
 
 } // namespace vlc

@@ -10,8 +10,8 @@ namespace vlc {
 
 enum class ClockMode {
     real,   // the machine's clock; waits take their time
-    stepped // starts at a fixed instant and moves only when told or when nothing else is left to do:
-            // a wait passes at once, and what is logged is reproducible
+    stepped // starts at a fixed instant and moves only when told or when nothing else is left to
+            // do: a wait passes at once, and what is logged is reproducible
 };
 
 // Nanoseconds since 1970. The process has one; libc's sleep() and clock_gettime(CLOCK_REALTIME) of

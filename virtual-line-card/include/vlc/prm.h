@@ -34,12 +34,12 @@ public:
     Prm(NpStore &nps, PrmStore &store);
 
     // ---- what a person or a test does to PRM
-    void power_on();                       // connection comes up
-    void go_down();                        // connection breaks; requests fail until it is up again
-    void come_up();
-    void restart(bool keep_tables);        // down, then up; handles are kept
-    void report_error();                   // connection error
-    void np_reset();                       // tables of every NP are lost, NPs come to running
+    void power_on();                // connection comes up
+    void go_down();                 // connection breaks; requests fail until it is up again
+    void come_up();                 // announced also when it was up, as after an NP reset
+    void restart(bool keep_tables); // down, then up; handles are kept
+    void report_error();            // connection error
+    void np_reset();                // tables of every NP are lost, NPs come to running
     void np_warm_boot();
     bool is_up() const { return up_; }
 
@@ -56,7 +56,13 @@ public:
                      const prm_config_record &record);
     uint32_t read_answer(uint32_t handle, prm_async_response *response);
     uint64_t unread(uint32_t handle) const;
+    bool is_handle(uint32_t handle) const { return store_.is_handle(handle); }
+    // `out` may be null: then the counter is only cleared, or only checked.
     uint32_t read_counter(uint32_t np, uint32_t counter, uint32_t option, uint64_t out[2]);
+
+    // Queues an answer that no request asked for: one of the delay queue (a reference number whose
+    // low byte is PRM_REFNUM_DELAY_QUEUE), or any other that a test needs.
+    uint32_t queue_answer(uint32_t handle, const StoredAnswer &answer);
 
     struct Totals {
         uint64_t requests[table_kinds][3]; // taken in, by table and operation
@@ -65,6 +71,9 @@ public:
     const Totals &totals() const { return totals_; }
 
 private:
+    void announce(PrmEvent event);
+    void clear_tables();
+
     NpStore &nps_;
     PrmStore &store_;
     bool up_ = false;

@@ -2,7 +2,9 @@
 // the service's place. Tests record and force with it; a fault plan is a tap.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
@@ -11,8 +13,9 @@
 namespace vlc {
 
 struct ServiceCall {
-    const char *service;           // the C name
-    std::array<uint64_t, 8> args;  // as passed, widened; pointers by address
+    static constexpr size_t max_args = 10;
+    const char *service;                 // the C name
+    std::array<uint64_t, max_args> args; // as passed, widened; pointers by address
     size_t arg_count;
 };
 
@@ -21,5 +24,19 @@ struct ServiceCall {
 using ServiceTap = std::function<std::optional<uint64_t>(const ServiceCall &)>;
 
 void set_service_tap(ServiceTap tap); // an empty function takes the tap off
+
+// For the services themselves: the forced result, if the tap gives one. A service that the tap
+// itself calls is performed without asking it again.
+extern bool service_tap_is_set;
+std::optional<uint64_t> ask_service_tap(const ServiceCall &call);
+
+inline std::optional<uint64_t> tapped(const char *service, std::initializer_list<uint64_t> args)
+{
+    if (!service_tap_is_set) [[likely]]
+        return std::nullopt;
+    ServiceCall call{service, {}, args.size()};
+    std::copy(args.begin(), args.end(), call.args.begin());
+    return ask_service_tap(call);
+}
 
 } // namespace vlc

@@ -13,7 +13,8 @@
 namespace vlc {
 
 // The platform services of the process answer for the one card that is alive; without a card they
-// answer with codes. Throws StateError.
+// answer with codes. PRM is powered on when the constructor returns. Throws StateError, also when a
+// card is alive already.
 class VirtualLineCard {
 public:
     VirtualLineCard(const CardConfig &config, const std::filesystem::path &state_directory);
@@ -29,8 +30,10 @@ public:
     uint32_t window_id() const; // what a host puts into its context as shmwin_id
     NpStore &nps();
     Prm &prm();
+    bool data_path_statistics_started() const; // by plm_dpss_stats_init
 
 private:
+    friend struct CardServices;
     struct State;
     std::unique_ptr<State> state_;
 };
