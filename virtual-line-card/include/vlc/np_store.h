@@ -2,6 +2,9 @@
 // stands when the process that hosts it is killed.
 #pragma once
 
+#include <emmintrin.h>
+
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -40,23 +43,41 @@ enum class TableOutcome { done, duplicate, missing, full, too_wide };
 // its number is put into the index (or taken out), so a kill leaves either the old row or the new.
 class NpTable {
 public:
+    static constexpr uint32_t largest_capacity = uint32_t{1} << 20;
+
     TableOutcome add(Bytes key, Bytes result);
     TableOutcome modify(Bytes key, Bytes result);
     TableOutcome remove(Bytes key);
     void clear();
     const TableRow *find(Bytes key) const noexcept; // null when absent; per packet
-    uint32_t size() const noexcept;
-    uint32_t capacity() const noexcept;
+    uint32_t size() const noexcept { return size_; }
+    uint32_t capacity() const noexcept { return capacity_; }
     void for_each(const std::function<void(const TableRow &)> &visit) const;
 
 private:
     friend class Np;
     NpTable() = default;
-    uint32_t *index_ = nullptr; // power of two, row number + 1; 0 empty, ~0 deleted
-    TableRow *rows_ = nullptr;
+    static uint64_t bytes_for(uint32_t capacity);
+    // Takes the table over as the file holds it. Returns what is wrong with it, or null.
+    const char *attach(std::byte *memory, uint32_t capacity);
+    struct Probe;
+    Probe probe(Bytes key) const noexcept;
+    uint32_t fill_free_row(uint32_t hash, Bytes key, Bytes result);
+    uint32_t *index_array(uint32_t which) const;
+    uint32_t *blank_other_index() const;
+    void switch_index();
+    void rebuild_index();
+    void forget_rows();
+
+    // Two indexes of which one is in force, so that a fresh one (after many removals, or an empty
+    // one) is built aside and put into force by one store.
+    uint32_t *selector_ = nullptr; // which one: 0 or 1
+    uint32_t *index_ = nullptr;    // the one in force; a power of two of entries, see np_table.cpp
     uint32_t index_mask_ = 0;
+    TableRow *rows_ = nullptr; // one more than the capacity, so that modify always has a free one
     uint32_t capacity_ = 0;
     uint32_t size_ = 0;
+    uint32_t entries_ = 0; // of the index that are not empty: rows and marks of removed ones
     std::vector<uint32_t> free_rows_;
 };
 
@@ -74,14 +95,24 @@ public:
     // The place of a counter's number, in either byte order of its low three bytes, or -1.
     static int64_t place(uint32_t number) noexcept;
     // Adds one packet. Both words change in one store, so a kill cannot part them.
-    void add(uint32_t place, uint32_t bytes) noexcept;
+    void add(uint32_t place, uint32_t bytes) noexcept
+    {
+        const __m128i sum = _mm_add_epi64(load(place), _mm_set_epi64x(bytes, 1));
+        store(place, sum);
+    }
     PacketCount read(uint32_t place) const noexcept;
     PacketCount read_and_clear(uint32_t place) noexcept;
     void clear();
 
 private:
     friend class Np;
-    PacketCount *counters_ = nullptr; // 16-byte aligned
+    __m128i load(uint32_t place) const noexcept { return counters_[place]; }
+    // Volatile, so that no compiler parts or joins these stores.
+    void store(uint32_t place, __m128i value) noexcept
+    {
+        *const_cast<volatile __m128i *>(counters_ + place) = value;
+    }
+    __m128i *counters_ = nullptr; // packets in the low half, bytes in the high one
 };
 
 class Np {
@@ -97,6 +128,7 @@ public:
     Np &operator=(const Np &) = delete;
 
 private:
+    const char *attach(std::byte *memory, const CardConfig &config);
     struct File;
     std::unique_ptr<File> file_;
     NpTable tables_[table_kinds];

@@ -25,11 +25,19 @@ public:
     Access access() const { return access_; }
     bool is_new() const { return is_new_; } // made by this opening
 
+    // For a start that fails after the directory was opened: removes what this opening and the
+    // stores in it made, when the directory was missing or empty before. Otherwise does nothing.
+    void take_back() noexcept;
+
 private:
+    void open_existing();
+    void release_lock() noexcept;
+
     std::filesystem::path path_;
     Access access_;
     bool is_new_ = false;
-    int lock_ = -1;
+    bool made_directory_ = false;
+    int lock_ = -1; // the directory itself
 };
 
 } // namespace vlc

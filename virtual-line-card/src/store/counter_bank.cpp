@@ -1,0 +1,40 @@
+#include "vlc/np_store.h"
+
+namespace vlc {
+
+int64_t CounterBank::place(uint32_t number) noexcept
+{
+    if (number >> 24 != 0) {
+        return -1;
+    }
+    const uint32_t exchanged = (number & 0xFF) << 16 | (number & 0xFF00) | number >> 16;
+    for (const uint32_t reading : {number, exchanged}) {
+        if (reading >= first && reading - first < count) {
+            return reading - first;
+        }
+    }
+    return -1;
+}
+
+PacketCount CounterBank::read(uint32_t place) const noexcept
+{
+    alignas(16) uint64_t words[2];
+    _mm_store_si128(reinterpret_cast<__m128i *>(words), load(place));
+    return {words[0], words[1]};
+}
+
+PacketCount CounterBank::read_and_clear(uint32_t place) noexcept
+{
+    const PacketCount counted = read(place);
+    store(place, _mm_setzero_si128());
+    return counted;
+}
+
+void CounterBank::clear()
+{
+    for (uint32_t place = 0; place < count; ++place) {
+        store(place, _mm_setzero_si128());
+    }
+}
+
+} // namespace vlc
