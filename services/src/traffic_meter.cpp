@@ -1,0 +1,241 @@
+#include "traffic_meter.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "action_batch.h"
+#include "inline_service_app.h"
+#include "inline_service_stat.h"
+#include "lookup_keys.h"
+#include "service_error.h"
+
+namespace services {
+namespace {
+
+// The statistics callback carries no context of its own.
+TrafficMeter *registered_meter = nullptr;
+
+constexpr uint32_t meter_app_id = 1;
+constexpr uint32_t entry_layout_version = 1; // of key and result bytes; stored with the entries
+constexpr uint32_t max_index = 255;
+
+uint32_t big_endian(const uint8_t *bytes, size_t count)
+{
+    uint32_t number = 0;
+    for (size_t i = 0; i < count; ++i)
+        number = number << 8 | bytes[i];
+    return number;
+}
+
+} // namespace
+
+TrafficMeter::TrafficMeter(uint32_t index)
+    : key_(inline_shadow_db_appid_to_key(app_type, index))
+{
+    if (index > max_index)
+        throw ServiceError("a traffic meter's index is 0 to 255, not " + std::to_string(index));
+    const app_registration registration{
+        .app_type = app_type,
+        .padding_4 = 0,
+        .handler = nullptr,
+        .stats_handler = on_statistics,
+        .data = this,
+    };
+    require_success("inline_svc_app_register", inline_svc_app_register(&registration));
+    registered_meter = this;
+    read_back(true);
+    collect();
+}
+
+TrafficMeter::~TrafficMeter()
+{
+    registered_meter = nullptr;
+}
+
+// ---- what is stored ------------------------------------------------------------------------
+
+bool TrafficMeter::name_of(const shmem_node &node, EntryName *name)
+{
+    const app_node &stored = node.app_node;
+    const uint8_t *key = stored.key;
+    if (stored.table_type == SHADOW_DB_SERVICE_CONFIG &&
+        stored.key_len == lookup_keys::DestinationKey{}.size() &&
+        key[0] == lookup_keys::destination_kind) {
+        *name = {MeterTable::destinations,
+                 {key[1], big_endian(key + 2, 4), static_cast<uint16_t>(big_endian(key + 6, 2))}};
+        return true;
+    }
+    if (stored.table_type == SHADOW_DB_EXT_CONF &&
+        stored.key_len == lookup_keys::AddressKey{}.size() && key[0] == lookup_keys::address_kind) {
+        *name = {MeterTable::addresses, {0, big_endian(key + 1, 4), 0}};
+        return true;
+    }
+    return false;
+}
+
+// Brings entries_ to what the shadow DB holds for the key. What is there no longer goes, what is
+// new comes, and the counts of the others stay.
+void TrafficMeter::read_back(bool at_start)
+{
+    for (auto &[name, entry] : entries_)
+        entry.node = nullptr;
+    if (main_entry *stored = inline_svc_shadow_db_query_main(key_); stored != nullptr) {
+        for (const list_record &table : stored->table_array) {
+            for (const list_link *link = table.first; link != nullptr; link = link->next) {
+                if (link->data != nullptr)
+                    take_node(static_cast<shmem_node *>(link->data), at_start);
+            }
+        }
+    }
+    std::erase_if(entries_, [](const auto &item) { return item.second.node == nullptr; });
+    by_id_.clear();
+    for (auto &[name, entry] : entries_)
+        by_id_[entry.node->app_node.entry_id] = &entry;
+}
+
+void TrafficMeter::take_node(shmem_node *node, bool at_start)
+{
+    const uint32_t id = node->app_node.entry_id;
+    if (id != SHADOW_DB_NO_ENTRY_ID)
+        next_entry_id_ = std::max(next_entry_id_, id + 1);
+    EntryName name;
+    if (!name_of(*node, &name))
+        return;
+    Entry &entry = entries_[name];
+    entry.node = node;
+    entry.found = entry.found || at_start;
+}
+
+// ---- programming ---------------------------------------------------------------------------
+
+std::vector<TrafficMeter::EntryName>
+TrafficMeter::missing(const std::vector<Destination> &wanted, size_t *found) const
+{
+    std::vector<EntryName> names;
+    names.reserve(2 * wanted.size());
+    for (const Destination &destination : wanted) {
+        names.push_back({MeterTable::destinations, destination});
+        names.push_back({MeterTable::addresses, {0, destination.address, 0}});
+    }
+    std::ranges::sort(names);
+    const auto repeated = std::ranges::unique(names);
+    names.erase(repeated.begin(), repeated.end());
+    *found = std::erase_if(names, [this](const EntryName &name) { return entries_.contains(name); });
+    return names;
+}
+
+TrafficMeter::Programmed TrafficMeter::program(const std::vector<Destination> &wanted,
+                                               const BetweenBatches &between_batches)
+{
+    Programmed outcome;
+    const std::vector<EntryName> to_make = missing(wanted, &outcome.found);
+    while (outcome.made < to_make.size() && outcome.failure.empty() && !outcome.stopped) {
+        const size_t count = std::min(batch_entries, to_make.size() - outcome.made);
+        const EntryName *first = to_make.data() + outcome.made;
+        outcome.failure = program_batch(first, first + count);
+        if (outcome.failure.empty())
+            outcome.made += count;
+        outcome.stopped = !between_batches(outcome.made, to_make.size());
+    }
+    collect(); // the starting point of the new entries
+    return outcome;
+}
+
+std::string TrafficMeter::program_batch(const EntryName *first, const EntryName *last)
+{
+    ActionBatch batch(key_, meter_app_id, entry_layout_version);
+    for (const EntryName *name = first; name != last; ++name) {
+        const auto [protocol, address, port] = name->destination;
+        const auto destination_key = lookup_keys::destination_key(protocol, address, port);
+        const auto address_key = lookup_keys::address_key(address);
+        const uint32_t entry_id = next_entry_id_++;
+        const auto result = lookup_keys::counting_result(entry_id);
+        const bool by_address = name->table == MeterTable::addresses;
+        batch.create({.entry_id = entry_id,
+                      .table = static_cast<uint32_t>(name->table),
+                      .key = by_address ? std::span<const uint8_t>(address_key)
+                                        : std::span<const uint8_t>(destination_key),
+                      .result = result});
+    }
+    const size_t before = entries_.size();
+    const uint32_t code = batch.insert();
+    read_back(false);
+    const auto stored = std::count_if(
+        first, last, [this](const EntryName &name) { return entries_.contains(name); });
+    if (code == 0 && stored == last - first)
+        return {};
+    std::string failure = "a batch of " + std::to_string(last - first) + " entries for key " +
+                          std::to_string(key_) + " was refused";
+    if (code != 0)
+        failure += ": " + std::string(cerr_strerror(code)) + " (code " + std::to_string(code) + ")";
+    return failure + "; of " + std::to_string(before) + " entries before it " +
+           std::to_string(entries_.size()) + " are left";
+}
+
+// ---- counting ------------------------------------------------------------------------------
+
+void TrafficMeter::collect()
+{
+    inline_svc_stats_collection();
+    for (auto &[name, entry] : entries_)
+        measure_nps(entry);
+}
+
+void TrafficMeter::on_statistics(uint32_t uidb_index, uint32_t entry_id, uint32_t phase,
+                                 uint32_t a, uint32_t b)
+{
+    constexpr uint32_t one_entry = 0;
+    TrafficMeter *meter = registered_meter;
+    if (meter == nullptr || uidb_index != meter->key_ || phase != one_entry)
+        return;
+    if (const auto place = meter->by_id_.find(entry_id); place != meter->by_id_.end())
+        meter->measure(*place->second, {a, b});
+}
+
+void TrafficMeter::measure(Entry &entry, Sum sum)
+{
+    if (entry.measured) {
+        // Differences of wrapping sums, in their own width.
+        entry.counted.packets += static_cast<uint32_t>(sum.packets - entry.last.packets);
+        entry.counted.bytes += static_cast<uint32_t>(sum.bytes - entry.last.bytes);
+    } else {
+        entry.before = {sum.packets, sum.bytes};
+    }
+    entry.last = sum;
+}
+
+// Which NPs have counted: the callback's sums do not say it, the node's counters do.
+void TrafficMeter::measure_nps(Entry &entry)
+{
+    for (uint32_t np = 0; np < NUM_LC_NPS && np < SHADOW_DB_MAX_NPS; ++np) {
+        const uint32_t counter = entry.node->stat_index_rx[np];
+        if (counter == 0)
+            continue;
+        stats_sum read{};
+        inline_svc_get_stat_per_np(np, counter, &read);
+        const Sum sum{read.first, read.second};
+        if (entry.measured && sum != entry.last_per_np[np])
+            entry.nps |= uint32_t{1} << np;
+        entry.last_per_np[np] = sum;
+    }
+    entry.measured = true;
+}
+
+std::vector<MeterEntry> TrafficMeter::entries() const
+{
+    std::vector<MeterEntry> report;
+    report.reserve(entries_.size());
+    for (const auto &[name, entry] : entries_) {
+        report.push_back({.table = name.table,
+                          .destination = name.destination,
+                          .entry_id = entry.node->app_node.entry_id,
+                          .found = entry.found,
+                          .nps = entry.nps,
+                          .counted = entry.counted,
+                          .total = {entry.before.packets + entry.counted.packets,
+                                    entry.before.bytes + entry.counted.bytes}});
+    }
+    return report;
+}
+
+} // namespace services
