@@ -1,0 +1,9 @@
+// SIGINT and SIGTERM end a run between two packets, not in the middle of one.
+#pragma once
+
+namespace inlinectl {
+
+void watch_interrupts(); // the second signal ends the process at once
+bool interrupted();
+
+} // namespace inlinectl

@@ -1,0 +1,57 @@
+// What a run has found out, and how it is shown.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "hardware_failures.h"
+#include "terminal.h"
+#include "traffic_meter.h"
+#include "vlc/card_config.h"
+#include "vlc/data_plane.h"
+#include "vlc/prm.h"
+
+namespace inlinectl {
+
+struct RunReport {
+    vlc::CardConfig card;
+    std::vector<services::MeterEntry> destinations; // most bytes first
+    std::vector<services::MeterEntry> addresses;
+    size_t captures = 0;
+    vlc::DataPlaneTotals traffic;
+    vlc::Prm::Totals requests{};
+    HardwareFailures failures;
+    std::vector<std::string> problems; // what failed, one line each
+    bool interrupted = false;
+
+    bool went_well() const { return problems.empty() && !interrupted; }
+    bool replayed() const { return traffic.packets > 0; }
+    // The counts that the report ranks by: this run's, or all of them when nothing was replayed.
+    const services::MeterCount &shown(const services::MeterEntry &entry) const
+    {
+        return replayed() ? entry.counted : entry.total;
+    }
+};
+
+// Sorts both lists: most bytes, most packets, then by destination.
+void rank_entries(RunReport &report);
+
+struct EntryCounts {
+    size_t found = 0; // were there when the run began
+    size_t made = 0;
+};
+EntryCounts count_entries(const RunReport &report);
+
+// Sums over one table's entries.
+services::MeterCount sum_of_run(const std::vector<services::MeterEntry> &entries);
+services::MeterCount sum_of_totals(const std::vector<services::MeterEntry> &entries);
+
+// Whether the card's NPs read a counter's upper three bytes alone, so that entries share counters.
+bool shares_counters(const vlc::CardConfig &card);
+
+void write_text(std::ostream &out, const RunReport &report, const Style &style);
+void write_json(std::ostream &out, const RunReport &report);
+
+} // namespace inlinectl
