@@ -127,52 +127,62 @@ Unreadable skip_link(LinkType link, Cursor &cursor, ParsedPacket &parsed)
 
 enum class Route { direct, source_routed, cut };
 
-// A source route that is not yet used up carries the destination as its last address. Until every
-// option is seen that could be one, the header does not tell where the packet goes.
-Route source_route(Cursor captured, size_t length, uint32_t *destination)
+// What the source-route option at the front of `length` bytes of options says; it is `size` long.
+// Its pointer counts the option's bytes from 1 and finds the first address at 4. A used-up or
+// malformed route leaves the header's destination standing.
+Route end_of_route(const Cursor &options, size_t length, size_t size, uint32_t *destination)
+{
+    constexpr size_t shortest_route = 7;
+    constexpr size_t first_address = 4;
+    if (size < shortest_route || size % 4 != 3) {
+        return Route::direct;
+    }
+    if (options.left() < first_address - 1) {
+        return Route::cut;
+    }
+    const size_t next = options.at[2];
+    if (next < first_address || next % 4 != 0 || next > size) {
+        return Route::direct;
+    }
+    if (options.left() < length) {
+        return Route::cut;
+    }
+    *destination = load_32(options.at + size - 4);
+    return Route::source_routed;
+}
+
+// Goes over `length` bytes of options. A source route that is not yet used up carries the
+// destination as its last address: until every option has been seen that could be one, the header
+// does not tell where the packet goes. A route counts only when all options were captured.
+Route source_route(Cursor options, size_t length, uint32_t *destination)
 {
     constexpr uint8_t end_of_options = 0;
     constexpr uint8_t no_operation = 1;
     constexpr uint8_t loose_route = 0x83;
     constexpr uint8_t strict_route = 0x89;
-    captured.keep(length);
+    options.keep(length);
     while (length > 0) {
-        if (captured.left() < 1) {
+        if (options.left() < 1) {
             return Route::cut;
         }
-        const uint8_t option = captured.at[0];
+        const uint8_t option = options.at[0];
         size_t size = 1;
-        if (option == end_of_options || (option != no_operation && length < 2)) {
-            return Route::direct;
-        }
         if (option != no_operation) {
-            if (captured.left() < 2) {
+            if (option == end_of_options || length < 2) {
+                return Route::direct;
+            }
+            if (options.left() < 2) {
                 return Route::cut;
             }
-            size = captured.at[1];
+            size = options.at[1];
             if (size < 2 || size > length) {
                 return Route::direct;
             }
         }
         if (option == loose_route || option == strict_route) {
-            if (captured.left() < std::min(size, size_t{3})) {
-                return Route::cut;
-            }
-            // The pointer counts the option's bytes from 1; the first address is at 4.
-            const size_t next = size < 7 || size % 4 != 3 ? 0 : captured.at[2];
-            if (next < 4 || next % 4 != 0 || next > size) {
-                return Route::direct;
-            }
-            if (captured.left() < size) {
-                return Route::cut;
-            }
-            *destination = load_32(captured.at + size - 4);
-            return Route::source_routed;
+            return end_of_route(options, length, size, destination);
         }
-        if (size > captured.left()) {
-            return size == length ? Route::direct : Route::cut;
-        }
-        captured.skip(size);
+        options.skip(std::min(size, options.left()));
         length -= size;
     }
     return Route::direct;
@@ -192,16 +202,17 @@ Unreadable read_ipv4(Cursor cursor, ParsedPacket &parsed)
     if (ip[0] >> 4 != 4 || header < shortest_header || (total != 0 && total < header)) {
         return Unreadable::ipv4_broken;
     }
-    FiveTuple &tuple = parsed.tuple;
-    tuple.destination = load_32(ip + 16);
+    uint32_t destination = load_32(ip + 16);
     if (header > shortest_header) {
         Cursor options = cursor;
         options.skip(shortest_header);
-        if (source_route(options, header - shortest_header, &tuple.destination) == Route::cut) {
+        if (source_route(options, header - shortest_header, &destination) == Route::cut) {
             return Unreadable::ipv4_cut;
         }
     }
+    FiveTuple &tuple = parsed.tuple;
     tuple.source = load_32(ip + 12);
+    tuple.destination = destination;
     tuple.protocol = ip[9];
     const uint16_t fragment = load_16(ip + 6);
     parsed.fragment = (fragment & 0x3fff) != 0;
