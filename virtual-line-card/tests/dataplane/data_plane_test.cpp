@@ -203,8 +203,9 @@ TEST_F(DataPlaneTest, AHitWhoseResultDoesNotCountIsUncounted)
     other_action[0] = 0x02;
     const Frame short_result = {lookup_keys::count_action, 0xc0, 0x01};
     const Frame no_result;
+    const lookup_keys::CountingResult no_counter = lookup_keys::counting_result(1);
     for (const Bytes result : {Bytes(outside), Bytes(other_action), Bytes(short_result),
-                               Bytes(no_result), Bytes(lookup_keys::counting_result(1))}) {
+                               Bytes(no_result), Bytes(no_counter)}) {
         open(2);
         program_destination(5678, result);
         send(UDP_5678);

@@ -193,9 +193,9 @@ void expect_agreement_on_damage(uint32_t link, std::span<const char *const> fram
     while (records.size() < rounds) {
         const Frame whole = test_packets::from_hex(frames[random() % frames.size()]);
         constexpr uint8_t addresses[] = {10, 0, 0, 1, 10, 0, 0, 2};
-        const auto found = std::ranges::search(whole, addresses);
-        records.push_back(
-            damaged(whole, static_cast<size_t>(found.begin() - whole.begin()) - 12, random));
+        const auto found =
+            std::search(whole.begin(), whole.end(), std::begin(addresses), std::end(addresses));
+        records.push_back(damaged(whole, static_cast<size_t>(found - whole.begin()) - 12, random));
     }
     test_packets::TemporaryDirectory directory;
     const fs::path capture = directory.file("damaged.pcap");
