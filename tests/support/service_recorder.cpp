@@ -66,8 +66,11 @@ std::vector<std::string> ServiceRecorder::names() const
 std::optional<uint64_t> ServiceRecorder::on_call(const vlc::ServiceCall &call)
 {
     const std::string service = call.service;
-    if (record_debug_ || !is_debug_service(service))
+    if (record_debug_ || !is_debug_service(service)) {
         calls_.push_back({service, {call.args.begin(), call.args.begin() + call.arg_count}});
+        if (observer_)
+            observer_(call);
+    }
     if (const auto script = scripts_.find(service); script != scripts_.end())
         return script->second(call);
     const auto rule = rules_.find(service);

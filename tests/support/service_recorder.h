@@ -32,6 +32,11 @@ public:
     // call happen.
     using Script = std::function<std::optional<uint64_t>(const vlc::ServiceCall &)>;
     void script(const std::string &service, Script script);
+    // Sees every call that is recorded, before it is carried out.
+    void observe(std::function<void(const vlc::ServiceCall &)> observer)
+    {
+        observer_ = std::move(observer);
+    }
     void stop_forcing();
 
     void forget(); // the calls recorded so far
@@ -53,6 +58,7 @@ private:
     std::vector<RecordedCall> calls_;
     std::map<std::string, Rule> rules_;
     std::map<std::string, Script> scripts_;
+    std::function<void(const vlc::ServiceCall &)> observer_;
 };
 
 } // namespace test
