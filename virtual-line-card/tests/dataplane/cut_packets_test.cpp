@@ -26,6 +26,16 @@ struct CutRow {
     uint16_t port;
 };
 
+std::string name_of(const testing::TestParamInfo<CutRow> &info)
+{
+    return info.param.name;
+}
+
+void PrintTo(const CutRow &row, std::ostream *out)
+{
+    *out << row.name;
+}
+
 class CutPacket : public testing::TestWithParam<CutRow> {
 protected:
     ParsedPacket parse_prefix(size_t length)
@@ -81,11 +91,6 @@ const CutRow cut_rows[] = {
      5678},
     {"UdpInSnap", LinkType::ethernet, MACS "0028 aaaa03 000000 0800" IP_UDP, 22, 42, 5678},
 };
-
-std::string name_of(const testing::TestParamInfo<CutRow> &info)
-{
-    return info.param.name;
-}
 
 INSTANTIATE_TEST_SUITE_P(Packets, CutPacket, testing::ValuesIn(cut_rows), name_of);
 

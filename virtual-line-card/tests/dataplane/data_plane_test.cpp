@@ -226,6 +226,18 @@ TEST_F(DataPlaneTest, APacketThatHitsNothingIsMissed)
     EXPECT_EQ(sum_of_nps().packets, 1u);
 }
 
+TEST_F(DataPlaneTest, AHitInOneTableIsNoMiss)
+{
+    open(2);
+    program_destination(5678, result_of(counter, Order::network));
+    send(UDP_5678);
+    EXPECT_EQ(totals().missed_packets, 0u);
+    open(2);
+    program_address(result_of(counter, Order::network));
+    send(UDP_5678);
+    EXPECT_EQ(totals().missed_packets, 0u);
+}
+
 TEST_F(DataPlaneTest, UnreadablePacketsAreCountedByReasonAndGoToNoNp)
 {
     open(2);

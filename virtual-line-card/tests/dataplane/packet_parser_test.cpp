@@ -54,6 +54,11 @@ std::string name_of(const testing::TestParamInfo<Row> &info)
     return info.param.name;
 }
 
+void PrintTo(const Row &row, std::ostream *out)
+{
+    *out << row.name;
+}
+
 class ParserRow : public testing::TestWithParam<Row> {};
 
 TEST_P(ParserRow, IsReadAsItStands)
@@ -109,7 +114,7 @@ const Row link_rows[] = {
     {"A8023LengthBeyondTheFrame", ethernet, MACS "0578 aaaa03 000000 0800" IP_UDP, readable, udp},
     {"SpanningTree", ethernet, MACS "0026 424203 0000000000", not_ipv4},
     {"SnapOfAnotherOwner", ethernet, MACS "0028 aaaa03 00000c 2000" IP_UDP, not_ipv4},
-    {"SnapWithALengthForAType", ethernet, MACS "0028 aaaa03 000000 0028" IP_UDP, not_ipv4},
+    {"SnapInSnap", ethernet, MACS "0030 aaaa03 000000 0028 aaaa03 000000 0800" IP_UDP, not_ipv4},
     {"TypeBetweenLengthsAndProtocols", ethernet, MACS "05dd aaaa03 000000 0800" IP_UDP, not_ipv4},
     {"Arp", ethernet, MACS "0806 0001 0800 0604 0001", not_ipv4},
     {"Ipv6", ethernet, MACS "86dd 6000 0000 0000 3bff", not_ipv4},
