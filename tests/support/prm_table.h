@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -36,6 +38,11 @@ struct PrmTable {
 
     std::vector<PrmOperation> operations() const { return {add, modify, remove}; }
 };
+
+inline void PrintTo(const PrmTable &table, std::ostream *out)
+{
+    *out << table.name;
+}
 
 extern const PrmTable service_config_table;
 extern const PrmTable ext_conf_table;
