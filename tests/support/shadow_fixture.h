@@ -2,6 +2,7 @@
 // lines of the prints, and ways to refuse or to step in between two lines of the log.
 #pragma once
 
+#include <algorithm>
 #include <csignal>
 #include <cstdint>
 #include <functional>
@@ -94,6 +95,21 @@ protected:
         run_events();
         services.forget();
         forget_log();
+    }
+
+    // Applies a batch, with nothing recorded but what that does.
+    uint32_t insert(Batch &batch)
+    {
+        services.forget();
+        forget_log();
+        return inline_shadow_db_insert_main(batch.get());
+    }
+
+    // What stands in the log from a line on.
+    Lines log_from(const std::string &line) const
+    {
+        const Lines lines = log();
+        return {std::find(lines.begin(), lines.end(), line), lines.end()};
     }
 
     // Stores one entry as a service would, and leaves no trace of how.
