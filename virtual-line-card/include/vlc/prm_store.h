@@ -36,12 +36,12 @@ public:
     PrmStore &operator=(const PrmStore &) = delete;
 
     // Handles are numbers from 1; 0 means none.
-    uint32_t make_handle();                               // 0 when all are taken
+    uint32_t make_handle(); // 0 when all are taken
     bool is_handle(uint32_t handle) const;
     bool set_name(uint32_t handle, std::string_view name); // false: bad handle, empty or too long;
                                                            // another handle of that name loses it
     uint32_t find_handle(std::string_view name) const;
-    void forget_handles();                                // as a PRM that lost everything
+    void forget_handles(); // as a PRM that lost everything
 
     // A queue per handle, first in first out, growing as needed.
     bool push_answer(uint32_t handle, const StoredAnswer &answer); // false: no room on the disk

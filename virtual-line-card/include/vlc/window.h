@@ -19,11 +19,11 @@ public:
     // Left free by every sanitizer and by valgrind.
     static constexpr uintptr_t address = 0x7ea000000000;
 
-    // Opens the window of a state directory, or makes one of `bytes` (all of it reserved on disk, so
-    // that a full file system is an error here and never a SIGBUS later). An existing window keeps
-    // its size. With read-only access the window is mapped for reading. Throws StateError for a
-    // full file system, a taken address, a file that is truncated, of another version or no window,
-    // and for a block chain that does not add up.
+    // Opens the window of a state directory, or makes one of `bytes` (all of it reserved on disk,
+    // so that a full file system is an error here and never a SIGBUS later). An existing window
+    // keeps its size. With read-only access the window is mapped for reading. Throws StateError for
+    // a full file system, a taken address, a file that is truncated, of another version or no
+    // window, and for a block chain that does not add up.
     Window(const StateDirectory &directory, uint64_t bytes);
     ~Window();
     Window(const Window &) = delete;

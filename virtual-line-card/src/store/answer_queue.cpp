@@ -54,8 +54,7 @@ AnswerQueue AnswerQueue::create(const std::filesystem::path &path)
     const auto fill = [](std::byte *data) {
         object_at<Ring>(data, MappedFile::header_bytes)->places = first_places;
     };
-    return AnswerQueue(
-        MappedFile::create(path, queue_kind, {}, bytes_for(first_places), fill));
+    return AnswerQueue(MappedFile::create(path, queue_kind, {}, bytes_for(first_places), fill));
 }
 
 AnswerQueue AnswerQueue::open(const std::filesystem::path &path, Access access)

@@ -89,8 +89,7 @@ uint64_t BlockHeap::allocate(uint64_t bytes)
     if (bytes > bytes_total() - BlockWord::bytes) {
         return 0;
     }
-    const uint64_t size =
-        (bytes + BlockWord::bytes + BlockWord::unit - 1) & ~(BlockWord::unit - 1);
+    const uint64_t size = (bytes + BlockWord::bytes + BlockWord::unit - 1) & ~(BlockWord::unit - 1);
     FreeBlocks::Block block = free_.take(size);
     if (block.size == 0 && freed_since_merge_) {
         merge_all();

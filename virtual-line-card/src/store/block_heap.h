@@ -15,8 +15,8 @@ namespace vlc {
 
 class BlockHeap {
 public:
-    // Words lie from `begin` up to `end`, offsets from `base` that are 8 more than a multiple of 16,
-    // so that blocks are aligned to 16.
+    // Words lie from `begin` up to `end`, offsets from `base` that are 8 more than a multiple of
+    // 16, so that blocks are aligned to 16.
     BlockHeap(std::byte *base, uint64_t begin, uint64_t end);
     BlockHeap(const BlockHeap &) = delete;
     BlockHeap &operator=(const BlockHeap &) = delete;

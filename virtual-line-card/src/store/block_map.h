@@ -97,10 +97,7 @@ private:
     uint64_t units() const noexcept { return (end_ - begin_) / BlockWord::unit; }
     uint64_t unit_of(uint64_t place) const noexcept { return (place - begin_) / BlockWord::unit; }
     uint64_t bit_of(uint64_t place) const noexcept { return uint64_t{1} << (unit_of(place) % 64); }
-    uint64_t *at(uint64_t place) const noexcept
-    {
-        return object_at<uint64_t>(base_, place);
-    }
+    uint64_t *at(uint64_t place) const noexcept { return object_at<uint64_t>(base_, place); }
 
     std::byte *base_;
     uint64_t begin_;

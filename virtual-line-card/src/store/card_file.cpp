@@ -31,9 +31,8 @@ struct NumberKey {
 template <typename Field>
 auto into(Field CardConfig::*field)
 {
-    return [field](CardConfig &config, uint64_t value) {
-        config.*field = static_cast<Field>(value);
-    };
+    return
+        [field](CardConfig &config, uint64_t value) { config.*field = static_cast<Field>(value); };
 }
 
 const NumberKey number_keys[] = {
@@ -97,8 +96,8 @@ private:
             fail_unknown(name.source(), std::string(name.str()));
         }
         if (!node.is_table()) {
-            fail(node.source(), "'" + std::string(name.str()) + "' is a table: [" +
-                                    std::string(name.str()) + "]");
+            fail(node.source(),
+                 "'" + std::string(name.str()) + "' is a table: [" + std::string(name.str()) + "]");
         }
         for (const auto &[key, value] : *node.as_table()) {
             read_value(name.str(), key, value, config);
@@ -128,15 +127,14 @@ private:
 
     uint64_t number(const std::string &name, const NumberKey &known, const toml::node &value) const
     {
-        const std::string range =
-            std::to_string(known.least) + " to " + std::to_string(known.most);
+        const std::string range = std::to_string(known.least) + " to " + std::to_string(known.most);
         const auto *integer = value.as_integer();
         if (integer == nullptr) {
             fail(value.source(), "'" + name + "' is a whole number, " + range);
         }
         if (integer->get() < known.least || integer->get() > known.most) {
-            fail(value.source(), "'" + name + "' is " + std::to_string(integer->get()) +
-                                     ", and must be " + range);
+            fail(value.source(),
+                 "'" + name + "' is " + std::to_string(integer->get()) + ", and must be " + range);
         }
         return static_cast<uint64_t>(integer->get());
     }
@@ -150,8 +148,8 @@ private:
             const auto last = [](const std::string &full) {
                 return full.substr(full.rfind('.') + 1);
             };
-            const size_t away = std::min(edit_distance(name, known),
-                                         edit_distance(last(name), last(known)) + 1);
+            const size_t away =
+                std::min(edit_distance(name, known), edit_distance(last(name), last(known)) + 1);
             if (away < distance) {
                 distance = away;
                 nearest = known;

@@ -20,10 +20,9 @@ void FreeBlocks::forget_leftovers(Bin &bin, uint64_t size)
 {
     std::sort(bin.places.begin(), bin.places.end());
     const auto last = std::unique(bin.places.begin(), bin.places.end());
-    bin.places.erase(
-        std::remove_if(bin.places.begin(), last,
-                       [this, size](uint64_t place) { return !is_live(place, size); }),
-        bin.places.end());
+    bin.places.erase(std::remove_if(bin.places.begin(), last,
+                                    [this, size](uint64_t place) { return !is_live(place, size); }),
+                     bin.places.end());
 }
 
 void FreeBlocks::add(uint64_t place, uint64_t size)

@@ -40,7 +40,7 @@ private:
 
     const BlockMap &map_;
     std::array<Bin, bins> small_;
-    uint64_t filled_ = 0; // bit b: bin b has live blocks
+    uint64_t filled_ = 0;                           // bit b: bin b has live blocks
     std::set<std::pair<uint64_t, uint64_t>> large_; // size, place
 };
 

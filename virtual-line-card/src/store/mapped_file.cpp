@@ -25,7 +25,7 @@ struct FileHeader {
     uint32_t kind;
     uint32_t version;
     MappedFile::Geometry geometry;
-    uint64_t check; // of all before it
+    uint64_t check;       // of all before it
     uint64_t total_bytes; // grows
 };
 static_assert(sizeof(FileHeader) <= MappedFile::kind_area);
@@ -56,8 +56,8 @@ int reserve_range(int descriptor, uint64_t from, uint64_t to)
 {
     int error = 0;
     do {
-        error = posix_fallocate(descriptor, static_cast<off_t>(from),
-                                static_cast<off_t>(to - from));
+        error =
+            posix_fallocate(descriptor, static_cast<off_t>(from), static_cast<off_t>(to - from));
     } while (error == EINTR);
     return error;
 }
@@ -109,8 +109,7 @@ void MappedFile::reserve(uint64_t total_bytes) const
              " bytes: " + text_of(error));
     }
     if (error != 0) {
-        fail("its " + std::to_string(total_bytes) +
-             " bytes cannot be reserved: " + text_of(error));
+        fail("its " + std::to_string(total_bytes) + " bytes cannot be reserved: " + text_of(error));
     }
 }
 

@@ -99,9 +99,8 @@ Np::Np(const StateDirectory &directory, uint32_t number, const CardConfig &confi
     file_ = std::make_unique<File>(
         File{open_np(directory, number, config, np_file_bytes(table_bytes))});
     const MappedFile &file = file_->mapped;
-    const char *wrong = steady_look(directory.access(), [&] {
-        return attach(file.data() + MappedFile::header_bytes, config);
-    });
+    const char *wrong = steady_look(
+        directory.access(), [&] { return attach(file.data() + MappedFile::header_bytes, config); });
     if (wrong != nullptr) {
         file.fail(wrong);
     }

@@ -252,8 +252,8 @@ const char *NpTable::attach(std::byte *memory, uint32_t capacity)
         return "its table names no index";
     }
     index_ = index_array(in_force);
-    rows_ = object_at<TableRow>(memory, bytes_for(capacity) -
-                                            (uint64_t{capacity} + 1) * sizeof(TableRow));
+    rows_ = object_at<TableRow>(memory,
+                                bytes_for(capacity) - (uint64_t{capacity} + 1) * sizeof(TableRow));
     std::vector<bool> taken(size_t{capacity} + 1);
     entries_ = 0;
     size_ = 0;

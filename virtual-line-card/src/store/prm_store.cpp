@@ -20,7 +20,7 @@ namespace {
 constexpr FileKind prm_kind{3, 1, "PRM's handles"};
 
 struct Handles {
-    uint32_t used; // bit h - 1: handle h
+    uint32_t used;                                           // bit h - 1: handle h
     char names[PrmStore::max_handles][PrmStore::name_bytes]; // ended by zero; "" for none
 
     std::string_view name(uint32_t handle) const { return names[handle - 1]; }

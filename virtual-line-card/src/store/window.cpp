@@ -30,7 +30,7 @@ constexpr uint64_t end_of_blocks(uint64_t total_bytes)
 }
 
 struct WindowHead {
-    uint64_t root; // an address
+    uint64_t root;      // an address
     uint64_t resetting; // 1: all is gone, though the words may not say so yet
 };
 

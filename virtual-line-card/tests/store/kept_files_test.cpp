@@ -48,11 +48,8 @@ struct KeptFile {
 };
 
 constexpr KeptFile kept_files[] = {
-    {"window", "np0", open_window},
-    {"np0", "window", open_nps},
-    {"np1", "prm", open_nps},
-    {"prm", "answers1", open_prm},
-    {"answers1", "prm", open_prm},
+    {"window", "np0", open_window}, {"np0", "window", open_nps},   {"np1", "prm", open_nps},
+    {"prm", "answers1", open_prm},  {"answers1", "prm", open_prm},
 };
 
 // Spoils one file of a whole card, then opens it: what is told.
@@ -72,8 +69,8 @@ void expect_refusal(const std::function<void(const TestDirectory &, const KeptFi
             const auto before = all_files(top.path());
             const StateDirectory directory(top.path(), access);
             const std::string told = refusal([&] { kept.open(directory); });
-            EXPECT_EQ(told.find(top.file(kept.name).string() + ": "), 0U) << kept.name << ": "
-                                                                          << told;
+            EXPECT_EQ(told.find(top.file(kept.name).string() + ": "), 0U)
+                << kept.name << ": " << told;
             EXPECT_NE(told.find(told_part), std::string::npos) << told;
             EXPECT_EQ(told.find('\n'), std::string::npos) << told;
             EXPECT_TRUE(all_files(top.path()) == before) << "something changed";
@@ -102,9 +99,9 @@ TEST(KeptFiles, OneThatIsCutOffIsRefused)
 
 TEST(KeptFiles, OneThatIsEmptyIsRefused)
 {
-    expect_refusal([](const TestDirectory &top,
-                      const KeptFile &kept) { write_file(top.file(kept.name), ""); },
-                   "is truncated");
+    expect_refusal(
+        [](const TestDirectory &top, const KeptFile &kept) { write_file(top.file(kept.name), ""); },
+        "is truncated");
 }
 
 TEST(KeptFiles, OneThatEndsInItsHeaderIsRefused)

@@ -98,11 +98,11 @@ TEST_F(Windows, OnlyTheStartOfABlockInUseIsReleased)
 {
     char *block = static_cast<char *>(allocate(100));
     char local = 0;
-    for (void *wrong : {static_cast<void *>(nullptr), static_cast<void *>(&local),
-                        static_cast<void *>(block + 1), static_cast<void *>(block + 16),
-                        static_cast<void *>(block - 16), static_cast<void *>(block + 1000),
-                        reinterpret_cast<void *>(Window::address),
-                        reinterpret_cast<void *>(Window::address + small)}) {
+    for (void *wrong :
+         {static_cast<void *>(nullptr), static_cast<void *>(&local), static_cast<void *>(block + 1),
+          static_cast<void *>(block + 16), static_cast<void *>(block - 16),
+          static_cast<void *>(block + 1000), reinterpret_cast<void *>(Window::address),
+          reinterpret_cast<void *>(Window::address + small)}) {
         EXPECT_EQ(window->release(wrong), uint32_t{EINVAL}) << wrong;
     }
     EXPECT_EQ(window->release(block), 0U);
@@ -186,8 +186,8 @@ TEST_F(Windows, AReaderInAnotherProcessFollowsThePointersBesideTheWriter)
         const StateDirectory read_only(top.path(), Access::read_only);
         const Window seen(read_only, 0);
         const Link *link = static_cast<Link *>(seen.root());
-        const bool good = link->value == 1 && link->next->value == 2 &&
-                          seen.usage().blocks_in_use == 2;
+        const bool good =
+            link->value == 1 && link->next->value == 2 && seen.usage().blocks_in_use == 2;
         _exit(good ? 0 : 1);
     }
     int status = -1;
@@ -229,7 +229,8 @@ TEST_F(Windows, ATakenAddressIsRefusedWithNothingChanged)
     const StateDirectory fresh(empty.path(), Access::read_write);
     const auto old_files = all_files(top.path());
     const auto new_files = all_files(empty.path());
-    for (const StateDirectory *each : std::initializer_list<const StateDirectory *>{&directory, &fresh}) {
+    for (const StateDirectory *each :
+         std::initializer_list<const StateDirectory *>{&directory, &fresh}) {
         EXPECT_EQ(refusal([&] { Window(*each, small); }),
                   each->file("window").string() +
                       ": its address 0x7ea000000000 is taken in this process");

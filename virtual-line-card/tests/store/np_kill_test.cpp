@@ -1,0 +1,162 @@
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <random>
+
+#include "kill_sweep.h"
+#include "np_test_card.h"
+
+namespace vlc::test {
+
+namespace {
+
+using Rows = std::map<std::string, std::string>;
+
+constexpr uint32_t capacity = 6; // small, so that it is full, and its index rebuilt, often
+constexpr uint32_t operations = KillSweep::slow ? 50 : 300;
+constexpr uint64_t counters_begin = 4096 + 2 * (64 + 2 * 64 + (capacity + 1) * 128);
+constexpr uint64_t file_bytes = counters_begin + CounterBank::count * sizeof(PacketCount);
+
+struct Change {
+    enum Kind { add, modify, remove, clear } kind;
+    std::string key;
+    std::string result;
+};
+
+std::vector<Change> changes()
+{
+    std::mt19937 random(7);
+    std::vector<Change> all;
+    for (uint32_t i = 0; i < operations; ++i) {
+        const auto kind = i % 83 == 82 ? Change::clear : static_cast<Change::Kind>(random() % 3);
+        const std::string key = "key of a row, " + std::to_string(random() % 9);
+        all.push_back({kind, key, std::string(1 + random() % 64, static_cast<char>('a' + i % 26))});
+    }
+    return all;
+}
+
+void apply(const Change &change, NpTable &table)
+{
+    switch (change.kind) {
+    case Change::add:
+        table.add(bytes(change.key), bytes(change.result));
+        break;
+    case Change::modify:
+        table.modify(bytes(change.key), bytes(change.result));
+        break;
+    case Change::remove:
+        table.remove(bytes(change.key));
+        break;
+    case Change::clear:
+        table.clear();
+    }
+}
+
+void apply(const Change &change, Rows &rows)
+{
+    const bool known = rows.count(change.key) != 0;
+    if (change.kind == Change::clear) {
+        rows.clear();
+    } else if (change.kind == Change::remove) {
+        rows.erase(change.key);
+    } else if (change.kind == Change::modify ? known : !known && rows.size() < capacity) {
+        rows[change.key] = change.result;
+    }
+}
+
+} // namespace
+
+TEST(KilledNps, AtEveryInstructionATableHasTheOldRowOrTheNewOne)
+{
+    const CardConfig config = card_of(1, capacity, capacity);
+    const std::vector<Change> all = changes();
+    std::vector<Rows> contents(1);
+    for (const Change &change : all) {
+        contents.push_back(contents.back());
+        apply(change, contents.back());
+    }
+    TestDirectory original;
+    TestDirectory copy;
+    { // so that the part that is not watched is there
+        const StateDirectory directory(copy.path(), Access::read_write);
+        const NpStore nps(directory, config);
+    }
+    KillSweep sweep(original.path(), copy.path(), {{"np0", counters_begin}});
+    std::optional<StateDirectory> directory;
+    std::optional<NpStore> nps;
+    sweep.prepare = [&] {
+        directory.emplace(original.path(), Access::read_write);
+        nps.emplace(*directory, config);
+        KillSweep::Operations series;
+        for (const Change &change : all) {
+            series.emplace_back([&] { apply(change, (*nps)[0].table(TableKind::ext_conf)); });
+        }
+        return series;
+    };
+    sweep.verify = [&](const StateDirectory &found, uint32_t done) {
+        NpStore killed(found, config);
+        NpTable &table = killed[0].table(TableKind::ext_conf);
+        const Rows rows = rows_of(table);
+        EXPECT_TRUE(rows == contents[done] || rows == contents[std::min(done + 1, operations)])
+            << "neither the old nor the new";
+        EXPECT_EQ(table.size(), rows.size());
+        table.clear();
+        for (uint32_t i = 0; i < capacity; ++i) {
+            EXPECT_EQ(table.add(bytes(std::to_string(i)), {}), TableOutcome::done);
+        }
+    };
+    sweep.run(KillSweep::slow ? 15000 : 30000, KillSweep::slow ? 200 : 1000);
+}
+
+TEST(KilledNps, AtEveryInstructionACounterHasCountedAPacketWithItsBytesOrNot)
+{
+    const CardConfig config = card_of(1, capacity, capacity);
+    constexpr uint32_t packets = KillSweep::slow ? 100 : 500;
+    TestDirectory original;
+    TestDirectory copy;
+    { // so that the part that is not watched is there
+        const StateDirectory directory(copy.path(), Access::read_write);
+        const NpStore nps(directory, config);
+    }
+    KillSweep sweep(original.path(), copy.path(), {{"np0", counters_begin + 64}});
+    std::optional<StateDirectory> directory;
+    std::optional<NpStore> nps;
+    sweep.prepare = [&] {
+        directory.emplace(original.path(), Access::read_write);
+        nps.emplace(*directory, config);
+        return KillSweep::Operations(packets, [&] { (*nps)[0].counters().add(2, 1000); });
+    };
+    sweep.verify = [&](const StateDirectory &found, uint32_t done) {
+        const NpStore killed(found, config);
+        const PacketCount counted = killed[0].counters().read(2);
+        EXPECT_TRUE(counted.packets == done || counted.packets == done + 1);
+        EXPECT_EQ(counted.bytes, counted.packets * 1000);
+    };
+    sweep.run(packets * 10, packets + 1);
+}
+
+TEST(KilledNps, AtEveryInstructionOfMakingTheirFilesTheyCanBeMadeAgain)
+{
+    const CardConfig config = card_of(2, capacity, capacity);
+    TestDirectory original;
+    TestDirectory copy;
+    KillSweep sweep(original.path(), copy.path(),
+                    {{"np0", 4096}, {"np1", 4096}, {"np0.new", 4096}, {"np1.new", 4096}});
+    std::optional<StateDirectory> directory;
+    std::optional<NpStore> nps;
+    sweep.prepare = [&] {
+        directory.emplace(original.path(), Access::read_write);
+        return KillSweep::Operations{[&] { nps.emplace(*directory, config); }};
+    };
+    sweep.verify = [&](const StateDirectory &found, uint32_t) {
+        for (const auto &entry : std::filesystem::directory_iterator(found.path())) {
+            if (entry.file_size() == 4096) { // only its start was copied
+                std::filesystem::resize_file(entry.path(), file_bytes);
+            }
+        }
+        EXPECT_EQ(NpStore(found, config).size(), 2U);
+    };
+    sweep.run(1000, 4);
+}
+
+} // namespace vlc::test
