@@ -116,9 +116,11 @@ protected:
     shmem_node *store(uint16_t key, uint32_t entry_id, uint32_t table, const std::string &text,
                       uint32_t hw_index = 0)
     {
-        Batch batch(key);
-        batch.create(entry_id, table, text, "0123", hw_index);
-        EXPECT_EQ(inline_svc_shadow_db_insert_action_array(batch.get()), 0u);
+        {
+            Batch batch(key);
+            batch.create(entry_id, table, text, "0123", hw_index);
+            EXPECT_EQ(inline_svc_shadow_db_insert_action_array(batch.get()), 0u);
+        }
         forget_history();
         shmem_node *node = stored_node(key, entry_id);
         EXPECT_NE(node, nullptr);
