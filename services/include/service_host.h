@@ -15,8 +15,8 @@ namespace services {
 struct HostHandles {
     void *event_manager = nullptr;
     uint32_t window_id = 0;
-    uint16_t num_nps = 0;          // 1 to 8
-    shadow_db *root = nullptr;     // what an earlier host published in the window; null for none
+    uint16_t num_nps = 0;      // 1 to 8
+    shadow_db *root = nullptr; // what an earlier host published in the window; null for none
     std::function<void(shadow_db *)> publish_root; // makes it found after a restart, in one store
     // Runs the event manager until `done` holds; false when it cannot come to hold.
     std::function<bool(const std::function<bool()> &done)> run_until;

@@ -29,8 +29,10 @@ struct Destination {
     auto operator<=>(const Destination &) const = default;
 };
 
-enum class MeterTable : uint32_t { destinations = SHADOW_DB_SERVICE_CONFIG,
-                                   addresses = SHADOW_DB_EXT_CONF };
+enum class MeterTable : uint32_t {
+    destinations = SHADOW_DB_SERVICE_CONFIG,
+    addresses = SHADOW_DB_EXT_CONF
+};
 
 struct MeterCount {
     uint64_t packets = 0;
@@ -42,10 +44,11 @@ struct MeterEntry {
     MeterTable table = MeterTable::destinations;
     Destination destination;
     uint32_t entry_id = 0;
-    bool found = false;   // it was there when the meter started
-    uint32_t nps = 0;     // bit n: NP n has counted since the meter started
-    MeterCount counted;   // since the meter started
-    MeterCount total;     // since the entry was programmed, the time before this start included
+    bool found = false;     // it was there when the meter started
+    MeterCount counted;     // since the meter started
+    MeterCount total;       // since the entry was programmed, the time before this start included
+    uint32_t nps = 0;       // bit n: NP n has counted since the meter started
+    uint32_t total_nps = 0; // since the entry was programmed
 };
 
 class TrafficMeter {
@@ -103,7 +106,8 @@ private:
         Sum last;
         Sum last_per_np[SHADOW_DB_MAX_NPS];
         uint32_t nps = 0;
-        MeterCount before; // this start
+        uint32_t nps_before = 0; // this start
+        MeterCount before;
         MeterCount counted;
     };
 

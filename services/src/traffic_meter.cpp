@@ -29,8 +29,7 @@ uint32_t big_endian(const uint8_t *bytes, size_t count)
 
 } // namespace
 
-TrafficMeter::TrafficMeter(uint32_t index)
-    : key_(inline_shadow_db_appid_to_key(app_type, index))
+TrafficMeter::TrafficMeter(uint32_t index) : key_(inline_shadow_db_appid_to_key(app_type, index))
 {
     if (index > max_index)
         throw ServiceError("a traffic meter's index is 0 to 255, not " + std::to_string(index));
@@ -108,8 +107,8 @@ void TrafficMeter::take_node(shmem_node *node, bool at_start)
 
 // ---- programming ---------------------------------------------------------------------------
 
-std::vector<TrafficMeter::EntryName>
-TrafficMeter::missing(const std::vector<Destination> &wanted, size_t *found) const
+std::vector<TrafficMeter::EntryName> TrafficMeter::missing(const std::vector<Destination> &wanted,
+                                                           size_t *found) const
 {
     std::vector<EntryName> names;
     names.reserve(2 * wanted.size());
@@ -120,7 +119,8 @@ TrafficMeter::missing(const std::vector<Destination> &wanted, size_t *found) con
     std::ranges::sort(names);
     const auto repeated = std::ranges::unique(names);
     names.erase(repeated.begin(), repeated.end());
-    *found = std::erase_if(names, [this](const EntryName &name) { return entries_.contains(name); });
+    *found =
+        std::erase_if(names, [this](const EntryName &name) { return entries_.contains(name); });
     return names;
 }
 
@@ -181,8 +181,8 @@ void TrafficMeter::collect()
         measure_nps(entry);
 }
 
-void TrafficMeter::on_statistics(uint32_t uidb_index, uint32_t entry_id, uint32_t phase,
-                                 uint32_t a, uint32_t b)
+void TrafficMeter::on_statistics(uint32_t uidb_index, uint32_t entry_id, uint32_t phase, uint32_t a,
+                                 uint32_t b)
 {
     constexpr uint32_t one_entry = 0;
     TrafficMeter *meter = registered_meter;
@@ -214,8 +214,8 @@ void TrafficMeter::measure_nps(Entry &entry)
         stats_sum read{};
         inline_svc_get_stat_per_np(np, counter, &read);
         const Sum sum{read.first, read.second};
-        if (entry.measured && sum != entry.last_per_np[np])
-            entry.nps |= uint32_t{1} << np;
+        if (sum != entry.last_per_np[np]) // at first 0
+            (entry.measured ? entry.nps : entry.nps_before) |= uint32_t{1} << np;
         entry.last_per_np[np] = sum;
     }
     entry.measured = true;
@@ -230,10 +230,11 @@ std::vector<MeterEntry> TrafficMeter::entries() const
                           .destination = name.destination,
                           .entry_id = entry.node->app_node.entry_id,
                           .found = entry.found,
-                          .nps = entry.nps,
                           .counted = entry.counted,
                           .total = {entry.before.packets + entry.counted.packets,
-                                    entry.before.bytes + entry.counted.bytes}});
+                                    entry.before.bytes + entry.counted.bytes},
+                          .nps = entry.nps,
+                          .total_nps = entry.nps | entry.nps_before});
     }
     return report;
 }
