@@ -21,13 +21,14 @@ constexpr const char *examples =
 
 constexpr const char *run_examples =
     "Examples:\n"
-    "  inlinectl run --pcap capture.pcap          count a capture on a card of two NPs\n"
-    "  inlinectl run --nps 8 --pcap a.pcap b.pcap\n"
-    "                                             two captures, eight NPs\n"
-    "  inlinectl run --state card --pcap a.pcap   keep the card in the directory; again,\n"
-    "                                             and the counters go on\n"
-    "  inlinectl run --scenario entries.toml --pcap a.pcap --json\n"
-    "                                             program these entries only\n"
+    "  Count a capture on a card of two NPs:\n"
+    "    inlinectl run --pcap capture.pcap\n"
+    "  Two captures, eight NPs:\n"
+    "    inlinectl run --nps 8 --pcap one.pcap two.pcapng\n"
+    "  Keep the card in a directory; once more, and its counters go on:\n"
+    "    inlinectl run --state card --pcap capture.pcap\n"
+    "  Program the scenario's entries only, report as JSON:\n"
+    "    inlinectl run --scenario entries.toml --pcap capture.pcap --json\n"
     "\n"
     "A scenario file lists entries, each as\n"
     "  [[entry]]\n"
@@ -37,8 +38,7 @@ constexpr const char *run_examples =
 
 CLI::App *declare_run(CLI::App &app, RunOptions &options)
 {
-    CLI::App *run = app.add_subcommand(
-        "run", "Program a traffic meter, replay captures, show counts");
+    CLI::App *run = app.add_subcommand("run", "Program entries, replay captures, show counts");
     run->add_option("--pcap", options.captures, "Captures to replay, pcap or pcapng")
         ->type_name("FILE")
         ->allow_extra_args();

@@ -37,7 +37,7 @@ public:
 
     const std::map<LateAnswer, uint64_t> &late_answers() const { return late_answers_; }
     const std::map<RefusedStep, uint64_t> &refused_steps() const { return refused_steps_; }
-    uint64_t count() const;          // of both
+    uint64_t count() const;                              // of both
     uint64_t missed_messages() const { return missed_; } // gone from the buffer before a look
 
 private:

@@ -26,11 +26,13 @@ size_t edits_between(std::string_view one, std::string_view other)
 
 std::string did_you_mean(std::string_view given, const std::vector<std::string> &known)
 {
-    const size_t near_enough = std::max<size_t>(1, given.size() / 2);
+    const size_t near_enough = std::max<size_t>(2, given.size() / 2);
     std::string_view nearest;
     size_t fewest = near_enough + 1;
     for (const std::string &name : known) {
-        if (const size_t edits = edits_between(given, name); edits < fewest) {
+        // A name that was begun is meant, however long its rest.
+        const size_t edits = name.starts_with(given) ? 0 : edits_between(given, name);
+        if (edits < fewest) {
             nearest = name;
             fewest = edits;
         }

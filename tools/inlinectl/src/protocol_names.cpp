@@ -12,9 +12,9 @@ struct Protocol {
 };
 
 constexpr std::array protocols{
-    Protocol{1, "icmp"}, Protocol{2, "igmp"},  Protocol{4, "ipip"},  Protocol{6, "tcp"},
-    Protocol{17, "udp"}, Protocol{41, "ipv6"}, Protocol{47, "gre"},  Protocol{50, "esp"},
-    Protocol{51, "ah"},  Protocol{89, "ospf"}, Protocol{103, "pim"}, Protocol{112, "vrrp"},
+    Protocol{1, "icmp"},   Protocol{2, "igmp"},  Protocol{4, "ipip"},  Protocol{6, "tcp"},
+    Protocol{17, "udp"},   Protocol{41, "ipv6"}, Protocol{47, "gre"},  Protocol{50, "esp"},
+    Protocol{51, "ah"},    Protocol{89, "ospf"}, Protocol{103, "pim"}, Protocol{112, "vrrp"},
     Protocol{132, "sctp"},
 };
 constexpr uint8_t tcp = 6;

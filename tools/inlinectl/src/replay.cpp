@@ -61,8 +61,7 @@ private:
 } // namespace
 
 vlc::DataPlaneTotals replay(vlc::VirtualLineCard &card, services::TrafficMeter &meter,
-                            const std::vector<std::filesystem::path> &captures,
-                            Progress &progress)
+                            const std::vector<std::filesystem::path> &captures, Progress &progress)
 {
     Replay replaying(card, meter, progress);
     for (size_t place = 0; place < captures.size(); ++place)

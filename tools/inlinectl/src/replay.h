@@ -15,7 +15,6 @@ namespace inlinectl {
 // for its sums. Ends early when the run is interrupted. Throws vlc::StateError for a capture that
 // cannot be read.
 vlc::DataPlaneTotals replay(vlc::VirtualLineCard &card, services::TrafficMeter &meter,
-                            const std::vector<std::filesystem::path> &captures,
-                            Progress &progress);
+                            const std::vector<std::filesystem::path> &captures, Progress &progress);
 
 } // namespace inlinectl

@@ -43,6 +43,7 @@ ordered_json entry_json(const MeterEntry &entry)
     object["nps"] = numbers_of(entry.nps);
     object["packets"] = entry.counted.packets;
     object["bytes"] = entry.counted.bytes;
+    object["total_nps"] = numbers_of(entry.total_nps);
     object["total_packets"] = entry.total.packets;
     object["total_bytes"] = entry.total.bytes;
     return object;

@@ -98,10 +98,9 @@ private:
         if (shares_counters(report_.card))
             line("", "its NPs count on the first of each 256 counters: entries share them");
         const EntryCounts entries = count_entries(report_);
-        line("Entries", counted(report_.destinations.size(), "destination", "destinations") +
-                            ", " + counted(report_.addresses.size(), "address", "addresses") +
-                            ": " + grouped(entries.found) + " found, " + grouped(entries.made) +
-                            " new");
+        line("Entries", counted(report_.destinations.size(), "destination", "destinations") + ", " +
+                            counted(report_.addresses.size(), "address", "addresses") + ": " +
+                            grouped(entries.found) + " found, " + grouped(entries.made) + " new");
         line("Requests", requests_text());
         line("Replayed", counted(report_.traffic.packets, "packet", "packets") + ", " +
                              counted(report_.traffic.bytes, "byte", "bytes") + " of " +
@@ -116,8 +115,7 @@ private:
             for (const uint64_t operation : table)
                 sent += operation;
         }
-        return grouped(sent) + " to the hardware, " + grouped(report_.failures.count()) +
-               " failed";
+        return grouped(sent) + " to the hardware, " + grouped(report_.failures.count()) + " failed";
     }
 
     // ---- the entries that counted most
@@ -139,8 +137,8 @@ private:
             widen(widths, row);
         const size_t fixed = widths.entry.size() + widths.nps.size() + widths.packets.size() +
                              widths.bytes.size() + 4 * gap.size() + 1 + percent(1).size();
-        const size_t cells = std::clamp<size_t>(screen_columns - std::min(screen_columns, fixed),
-                                                4, 24);
+        const size_t cells =
+            std::clamp<size_t>(screen_columns - std::min(screen_columns, fixed), 4, 24);
         out_ << cells_of(head, widths) << gap << "share\n";
         for (const Row &row : rows)
             out_ << cells_of(row, widths) << gap
@@ -156,11 +154,12 @@ private:
             const MeterCount &count = report_.shown(entry);
             if (rows.size() == most || count.packets == 0)
                 break;
-            rows.push_back({entry_text(entry), nps_text(entry.nps, report_.card.num_nps),
-                            grouped(count.packets), grouped(count.bytes),
-                            sum.bytes == 0 ? 0.0
-                                           : static_cast<double>(count.bytes) /
-                                                 static_cast<double>(sum.bytes)});
+            rows.push_back(
+                {entry_text(entry), nps_text(report_.shown_nps(entry), report_.card.num_nps),
+                 grouped(count.packets), grouped(count.bytes),
+                 sum.bytes == 0
+                     ? 0.0
+                     : static_cast<double>(count.bytes) / static_cast<double>(sum.bytes)});
         }
         return rows;
     }

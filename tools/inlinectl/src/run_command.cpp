@@ -46,23 +46,22 @@ RunInput read_input(const RunOptions &options, Progress &progress)
 
 services::HostHandles handles_of(vlc::VirtualLineCard &card)
 {
-    return {.event_manager = card.events().handle(),
-            .window_id = card.window_id(),
-            .num_nps = card.config().num_nps,
-            .root = static_cast<shadow_db *>(card.window().root()),
-            .publish_root = [&card](shadow_db *root) { card.window().set_root(root); },
-            .run_until =
-                [&card](const std::function<bool()> &done) {
-                    return card.events().run_until(done);
-                }};
+    return {
+        .event_manager = card.events().handle(),
+        .window_id = card.window_id(),
+        .num_nps = card.config().num_nps,
+        .root = static_cast<shadow_db *>(card.window().root()),
+        .publish_root = [&card](shadow_db *root) { card.window().set_root(root); },
+        .run_until =
+            [&card](const std::function<bool()> &done) { return card.events().run_until(done); }};
 }
 
 class Run {
 public:
     Run(const RunOptions &options, const RunInput &input, Progress &progress,
         const std::filesystem::path &state_directory)
-        : options_(options), input_(input), progress_(progress),
-          card_(input.card, state_directory), host_(handles_of(card_))
+        : options_(options), input_(input), progress_(progress), card_(input.card, state_directory),
+          host_(handles_of(card_))
     {
         report_.card = input.card;
         report_.captures = options.captures.size();
@@ -122,8 +121,7 @@ private:
         report_.interrupted = interrupted();
         if (const uint64_t failed = report_.failures.count(); failed > 0)
             report_.problems.push_back(
-                counted(failed, "request to the hardware", "requests to the hardware") +
-                " failed");
+                counted(failed, "request to the hardware", "requests to the hardware") + " failed");
         if (report_.interrupted)
             report_.problems.emplace_back("interrupted");
     }

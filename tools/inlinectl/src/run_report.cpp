@@ -10,7 +10,8 @@ namespace {
 using services::MeterCount;
 using services::MeterEntry;
 
-template <typename Choose> MeterCount sum_of(const std::vector<MeterEntry> &entries, Choose choose)
+template <typename Choose>
+MeterCount sum_of(const std::vector<MeterEntry> &entries, Choose choose)
 {
     MeterCount sum;
     for (const MeterEntry &entry : entries) {

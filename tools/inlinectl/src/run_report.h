@@ -33,6 +33,10 @@ struct RunReport {
     {
         return replayed() ? entry.counted : entry.total;
     }
+    uint32_t shown_nps(const services::MeterEntry &entry) const
+    {
+        return replayed() ? entry.nps : entry.total_nps;
+    }
 };
 
 // Sorts both lists: most bytes, most packets, then by destination.

@@ -89,7 +89,8 @@ private:
         return *value;
     }
 
-    template <typename Number> Number number_in(const toml::node &value, const char *key) const
+    template <typename Number>
+    Number number_in(const toml::node &value, const char *key) const
     {
         constexpr int64_t highest = std::numeric_limits<Number>::max();
         const toml::value<int64_t> *number = value.as_integer();
