@@ -248,12 +248,12 @@ TEST(EventsOnTheMachinesClock, ATimerTakesItsTimeAndDescriptorsAreServedMeanwhil
     const Pipe pipe;
     std::string order;
     events.watch_readable(pipe.reader(), [&] { order += pipe.read(); });
+    const auto begin = std::chrono::steady_clock::now();
     events.after(60ms, [&] { order += 't'; });
     std::thread writer([&pipe] {
         std::this_thread::sleep_for(10ms);
         pipe.write("w");
     });
-    const auto begin = std::chrono::steady_clock::now();
     EXPECT_TRUE(events.run_until([&] { return order.size() == 2; }));
     writer.join();
     EXPECT_EQ("wt", order);
