@@ -9,7 +9,7 @@
  * - A failure logs one line before its code is returned, unless it is said otherwise. An output is
  *   untouched on failure, unless it is said otherwise.
  * - A broken invariant ends the process: one line on standard error, then a fault that leaves a
- *   core. Null arguments that nothing is said of give 22, null, or nothing. */
+ *   core. A null argument that nothing is said of gives 22 after a log line, null, or nothing. */
 #ifndef INLINE_SERVICE_CONTEXT_H
 #define INLINE_SERVICE_CONTEXT_H
 

@@ -37,7 +37,7 @@ uint32_t inline_svc_shadow_db_insert_action_array(action_array *batch)
 uint32_t inline_svc_app_node_insert(list_record *node_list, app_node_element node)
 {
     if (node_list == nullptr)
-        return EINVAL;
+        return refuse_null("node_list");
     auto *copy = static_cast<app_node_element *>(malloc(sizeof(app_node_element)));
     if (copy == nullptr) {
         inline_svc_trace_error(" malloc failed");
@@ -138,7 +138,7 @@ void add_samples(action_array *batch)
 uint32_t inline_svc_app_handler(uint64_t /*unused*/, app_handler_result *out)
 {
     if (out == nullptr)
-        return EINVAL;
+        return refuse_null("out");
     inline_svc_trace(" app handler \n");
     auto *batch = static_cast<action_array *>(malloc(sizeof(action_array)));
     out->batch = batch;

@@ -23,6 +23,8 @@ uint8_t u32x4_compare_word_mask_table[256] = {};
 uint64_t ed_dummy_libinline_service_infra[4] = {};
 uint64_t ed_perf_dummy_libinline_service_infra[4] = {};
 
+using namespace inline_service;
+
 namespace {
 
 constexpr unsigned dummy_init_seconds = 20;
@@ -30,7 +32,7 @@ constexpr unsigned dummy_init_seconds = 20;
 uint32_t hand_out(void *handle, void **out)
 {
     if (out == nullptr)
-        return EINVAL;
+        return refuse_null("out");
     *out = handle;
     return 0;
 }
@@ -82,8 +84,8 @@ uint32_t inline_svc_get_inline_evm(void **out)
 
 uint32_t inline_svc_get_uidb_conn_hdl(void **out)
 {
-    if (pgbl_ptr == nullptr) // the caller's duty, so no line of its own
-        return EINVAL;
+    if (pgbl_ptr == nullptr)
+        return refuse_null("pgbl_ptr");
     if (pgbl_ptr->uidb_conn == nullptr) {
         // Kept: the text names the other handle; operators search for it as it is.
         inline_svc_trace_error("pgbl_ptr->uidb_conn is NULL, prm hdl not initialized");

@@ -1,6 +1,7 @@
 #include "inline_service_log.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -107,6 +108,8 @@ bool LogStream::open(bool truncate)
     struct stat status = {};
     if (descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
         (!truncate || ftruncate(descriptor, 0) == 0)) {
+        if (!truncate) // as an appending stream does, so that its position counts what is there
+            lseek(descriptor, 0, SEEK_END);
         descriptor_ = descriptor;
         return true;
     }
@@ -137,6 +140,7 @@ bool LogStream::ready()
 
 void LogStream::render(LogLine *line, const char *format, ...)
 {
+    flush(); // a line is held still when a facility that it was given to logs in its turn
     if (!ready())
         return;
     put_stamp(line->text);
@@ -151,12 +155,17 @@ void LogStream::render(LogLine *line, const char *format, ...)
     line->length =
         std::min(stamp_length + static_cast<size_t>(std::max(wanted, 0)), log_line_limit);
     line->text[line->length++] = '\n';
+    held_ = line;
 }
 
-void LogStream::write(const LogLine &line)
+void LogStream::flush()
 {
+    if (held_ == nullptr)
+        return;
+    const LogLine &line = *held_;
+    held_ = nullptr;
     for (size_t done = 0; done < line.length;) {
-        const ssize_t written = ::write(descriptor_, line.text + done, line.length - done);
+        const ssize_t written = write(descriptor_, line.text + done, line.length - done);
         if (written <= 0)
             return;
         done += static_cast<size_t>(written);
@@ -195,6 +204,12 @@ uint64_t event_word_of(const ed_debug_point &point)
     const uint64_t trace_word = __atomic_load_n(&component.trace_word, __ATOMIC_RELAXED) & 0x1F;
     const uint64_t number = point.number & ((UINT64_C(1) << ED_EVENT_NUMBER_BITS) - 1);
     return ED_EVENT_WORD_FIXED | (trace_word << ED_EVENT_TRACE_WORD_SHIFT) | number;
+}
+
+uint32_t refuse_null(const char *argument, const char *function)
+{
+    inline_svc_trace_error("%s is NULL in %s", argument, function);
+    return EINVAL;
 }
 
 void register_component(uint64_t arg1, uint64_t arg2, uint64_t arg3, uint64_t arg4)

@@ -25,7 +25,7 @@ inline constexpr size_t log_line_limit = 600; // longer lines are cut here
 
 // A line on its way to the file: time stamp, text, newline.
 struct LogLine {
-    size_t length = 0; // 0: there is no stream to write it to
+    size_t length = 0; // 0: nothing to write
     char text[log_line_limit + 2];
 };
 
@@ -33,10 +33,11 @@ struct LogLine {
 // its own position, as with one stdio stream a file.
 class LogStream {
 public:
-    // Opens the stream or, past the size limit, truncates the file; then renders the line.
+    // Opens the stream or, past the size limit, truncates the file; then renders the line, which
+    // the stream holds until flush().
     void render(LogLine *line, const char *format, ...);
     // One write; what the disk refuses is lost, as with a flush that fails.
-    void write(const LogLine &line);
+    void flush();
 
 private:
     bool ready();
@@ -44,6 +45,7 @@ private:
     bool open(bool truncate);
 
     int descriptor_ = -1;
+    LogLine *held_ = nullptr;
 };
 
 // Each source file that logs has one.
@@ -79,8 +81,11 @@ void log_message(LogStream &stream, ed_debug_point &point, uint32_t line, Argume
         else
             _ltrace(trace_buffer_of(point), event_word_of(point), as_word(arguments)...);
     }
-    stream.write(text); // last, where the stream is flushed
+    stream.flush();
 }
+
+// A null argument that a call cannot do without: logs it and returns 22.
+uint32_t refuse_null(const char *argument, const char *function = __builtin_FUNCTION());
 
 // Hands the component record to the event-debug facility under the short name.
 void register_component(uint64_t arg1, uint64_t arg2, uint64_t arg3, uint64_t arg4);

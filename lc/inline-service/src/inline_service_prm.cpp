@@ -56,12 +56,11 @@ uint32_t inline_svc_prm_init(void)
 
 namespace {
 
-uint32_t reregister_handle(const inline_svc_global_cntx &context)
+uint32_t reregister_handle(const shadow_db &root, void *evm)
 {
     uint32_t rc = 0;
     for (int attempt = 1; attempt <= register_attempts; ++attempt) {
-        rc = prm_srh_reregister(context.shadow_db->prm_srh_hdl, context.inline_evm,
-                                inline_svc_prm_async_resp_handler);
+        rc = prm_srh_reregister(root.prm_srh_hdl, evm, inline_svc_prm_async_resp_handler);
         if (rc == 0)
             return 0;
         inline_svc_trace_error("Reregister with PRM failed\n");
@@ -72,12 +71,12 @@ uint32_t reregister_handle(const inline_svc_global_cntx &context)
     return rc;
 }
 
-uint32_t register_handle(const inline_svc_global_cntx &context)
+uint32_t register_handle(shadow_db &root, void *evm)
 {
     uint32_t rc = 0;
     for (int attempt = 1; attempt <= register_attempts; ++attempt) {
-        rc = prm_srh_register(&context.shadow_db->prm_srh_hdl, PRM_SRH_CLIENT_KIND,
-                              context.inline_evm, inline_svc_prm_async_resp_handler);
+        rc = prm_srh_register(&root.prm_srh_hdl, PRM_SRH_CLIENT_KIND, evm,
+                              inline_svc_prm_async_resp_handler);
         if (rc == 0)
             return 0;
         inline_svc_trace_error("Registeration to PRM failed,probably prm restarted or crashed\n");
@@ -92,13 +91,15 @@ uint32_t register_handle(const inline_svc_global_cntx &context)
 
 uint32_t inline_svc_prm_register(inline_svc_global_cntx *context)
 {
-    if (context == nullptr || context->shadow_db == nullptr)
-        return EINVAL;
-    shadow_db &root = *context->shadow_db;
+    if (context == nullptr)
+        return refuse_null("context");
+    if (pgbl_ptr == nullptr || pgbl_ptr->shadow_db == nullptr)
+        return refuse_null(pgbl_ptr == nullptr ? "pgbl_ptr" : "pgbl_ptr->shadow_db");
+    shadow_db &root = *pgbl_ptr->shadow_db; // where every request looks for the handle
     inline_svc_trace("Reregister with PRM Enter\n");
     prm_srh_get_handle(client_name, &root.prm_srh_hdl); // a handle that outlived this process
-    uint32_t rc =
-        root.prm_srh_hdl != nullptr ? reregister_handle(*context) : register_handle(*context);
+    uint32_t rc = root.prm_srh_hdl != nullptr ? reregister_handle(root, context->inline_evm)
+                                              : register_handle(root, context->inline_evm);
     if (rc != 0)
         return rc;
     if (prm_srh_set_name(root.prm_srh_hdl, client_name) != 0)

@@ -55,7 +55,11 @@ uint32_t inline_svc_shared_mem_free(void *block)
 uint32_t inline_svc_shared_mem_reset(void)
 {
     inline_svc_trace("shared memory reset");
-    return pgbl_ptr == nullptr ? static_cast<uint32_t>(ENOMEM) : shmwin_reset(pgbl_ptr->shmwin_id);
+    if (pgbl_ptr == nullptr) {
+        refuse_null("pgbl_ptr");
+        return ENOMEM;
+    }
+    return shmwin_reset(pgbl_ptr->shmwin_id);
 }
 
 // ---- initialisation and keys -------------------------------------------------------------------
@@ -71,9 +75,10 @@ uint32_t inline_svc_shadow_db_initialized(uint64_t arg1, uint64_t arg2, uint64_t
 
     constexpr int32_t table_bytes = SHADOW_DB_MAIN_SLOTS * sizeof(main_entry *);
     void **table = reinterpret_cast<void **>(&pshadow_db->main_table);
-    const uint32_t rc = pgbl_ptr == nullptr
-                            ? static_cast<uint32_t>(ENOMEM)
-                            : shmwin_malloc(pgbl_ptr->shmwin_id, table_bytes, table);
+    uint32_t rc = pgbl_ptr == nullptr ? static_cast<uint32_t>(ENOMEM)
+                                      : shmwin_malloc(pgbl_ptr->shmwin_id, table_bytes, table);
+    if (rc == 0 && *table == nullptr)
+        rc = ENOMEM;
     if (rc != 0) {
         inline_svc_trace_error("shared memory alloc for element array failed rc %x", rc);
         return rc;
@@ -111,7 +116,7 @@ uint32_t inline_shadow_db_key_to_appid(uint32_t key)
 uint32_t inline_svc_list_create(list_record *list)
 {
     if (list == nullptr)
-        return EINVAL;
+        return refuse_null("list");
     if (list_create(list, 0, 0, 0) == nullptr) {
         inline_svc_trace_error(" list create failed\n");
         return ENOMEM;
@@ -123,7 +128,7 @@ uint32_t inline_svc_list_create(list_record *list)
 uint32_t inline_svc_list_insert(list_record *list, shmem_node *node)
 {
     if (list == nullptr || node == nullptr)
-        return EINVAL;
+        return refuse_null(list == nullptr ? "list" : "node");
     if (!list_append(*list, node)) {
         inline_svc_trace_error(" enqueue failed \n");
         return ENOMEM;
@@ -134,7 +139,7 @@ uint32_t inline_svc_list_insert(list_record *list, shmem_node *node)
 uint32_t inline_svc_list_delete(list_record *list, shmem_node *node)
 {
     if (list == nullptr || node == nullptr)
-        return EINVAL;
+        return refuse_null(list == nullptr ? "list" : "node");
     list_remove(*list, node); // Kept: a failed removal goes unnoticed
     return 0;
 }
@@ -142,7 +147,7 @@ uint32_t inline_svc_list_delete(list_record *list, shmem_node *node)
 uint32_t inline_svc_list_destroy(list_record *list)
 {
     if (list == nullptr)
-        return EINVAL;
+        return refuse_null("list");
     list_destroy(list);
     return 0;
 }
@@ -341,6 +346,7 @@ shmem_node *named_node(const app_node_element &request)
                                request.app_node.table_type);
         return nullptr;
     }
+    // Kept: lengths are for the hardware update to refuse, when the node is overwritten already.
     return shmem_node;
 }
 
@@ -500,7 +506,7 @@ uint32_t inline_shadow_db_insert_main(action_array *batch)
     if (pshadow_db == nullptr)
         inline_svc_assert(FALSE);
     if (batch == nullptr)
-        return EINVAL;
+        return refuse_null("batch");
     const uint32_t key = batch->uidb_index;
     if (key >= SHADOW_DB_KEYS) {
         inline_svc_shadow_db_query_main(key); // says so in the log
@@ -593,7 +599,7 @@ private:
 uint32_t inline_svc_shadow_db_print_node(const shmem_node *node)
 {
     if (node == nullptr)
-        return EINVAL;
+        return refuse_null("node");
     const NodeHex key(node, offsetof(shmem_node, app_node.key), node->app_node.key_len,
                       printed_key_bytes);
     const NodeHex result(node, offsetof(shmem_node, app_node.result), node->app_node.result_len,
@@ -614,7 +620,7 @@ uint32_t inline_svc_shadow_db_print_node(const shmem_node *node)
 uint32_t inline_svc_shadow_db_print_main_entry(const main_entry *main_entry)
 {
     if (main_entry == nullptr)
-        return EINVAL;
+        return refuse_null("main_entry");
     const uint32_t total_elements = main_entry->num_elements[0] + main_entry->num_elements[1];
     inline_svc_trace("************main entry uidb_index %d*********\n", main_entry->uidb_index);
     inline_svc_trace("****Entry AppID %d\n", main_entry->app_ID);

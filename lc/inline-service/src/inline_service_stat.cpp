@@ -25,11 +25,11 @@ constexpr uint32_t bit_of(uint32_t position)
     return UINT32_C(0x80000000) >> position;
 }
 
-uint32_t *make_bitmap(uint32_t np, uint32_t counter_word_per_np)
+uint32_t *make_bitmap(uint32_t np, uint64_t counter_word_per_np)
 {
     // Kept: a byte count taken from a count of counters. It is generous, and covers the one word
     // more than the region that allocation and freeing reach.
-    const uint64_t bytes = uint64_t{counter_word_per_np} + 8;
+    const uint64_t bytes = counter_word_per_np + 8;
     if (np >= SHADOW_DB_MAX_NPS || bytes > INT32_MAX)
         return nullptr;
     return static_cast<uint32_t *>(inline_svc_shared_mem_alloc(static_cast<int32_t>(bytes)));
@@ -39,8 +39,10 @@ uint32_t *make_bitmap(uint32_t np, uint32_t counter_word_per_np)
 
 uint32_t inline_svc_stats_init(void)
 {
-    if (pgbl_ptr == nullptr || pgbl_ptr->shadow_db == nullptr)
+    if (pgbl_ptr == nullptr || pgbl_ptr->shadow_db == nullptr) {
+        refuse_null(pgbl_ptr == nullptr ? "pgbl_ptr" : "pgbl_ptr->shadow_db");
         return ENOMEM;
+    }
     shadow_db &root = *pgbl_ptr->shadow_db;
     NUM_LC_NPS = pgbl_ptr->num_nps;
     prm_stats_cl_pre_init();
@@ -50,12 +52,13 @@ uint32_t inline_svc_stats_init(void)
     uint32_t size = prm_stats_cl_get_stateless_double_size();
     inline_svc_trace("Total counters available for inline service on this LC%d", size);
     size = prm_stats_cl_get_stateless_double_size();
-    const uint32_t counter_word_per_np = (size & ~(counters_per_word - 1)) + counters_per_word;
+    const uint64_t whole = (uint64_t{size} & ~uint64_t{counters_per_word - 1}) + counters_per_word;
+    const auto counter_word_per_np = static_cast<uint32_t>(whole);
     inline_svc_trace("counter_word_per_np %d", counter_word_per_np);
 
     uint32_t rc = 0;
     for (uint32_t np = 0; np < NUM_LC_NPS; ++np) {
-        uint32_t *bitmap = make_bitmap(np, counter_word_per_np);
+        uint32_t *bitmap = make_bitmap(np, whole);
         if (np < SHADOW_DB_MAX_NPS)
             root.counters[np] = bitmap;
         if (bitmap == nullptr) {
@@ -83,7 +86,7 @@ uint32_t inline_svc_alloc_counter(uint32_t *counter, uint32_t np_id, uint32_t cl
         return ENOMEM;
     }
     if (counter == nullptr)
-        return EINVAL;
+        return refuse_null("counter");
     uint32_t *bitmap = pgbl_ptr->shadow_db->counters[np_id];
     const uint32_t size = prm_stats_cl_get_stateless_double_size();
     inline_svc_trace("max_long_counter %x", size);
@@ -183,7 +186,9 @@ void inline_svc_main_index_collect_stat(uint32_t uidb_index)
         return;
     report(uidb_index, 0, stat_begin, 0, 0);
     for (const list_record &table : main->table_array) {
-        for (const list_link *link = table.first; link != nullptr; link = link->next) {
+        const list_link *next = nullptr; // read before the callback, which may let the node go
+        for (const list_link *link = table.first; link != nullptr; link = next) {
+            next = link->next;
             auto *node = static_cast<shmem_node *>(link->data);
             if (node == nullptr)
                 return; // Kept: no end call
