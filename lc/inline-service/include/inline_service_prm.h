@@ -19,11 +19,11 @@ extern "C" {
  * unchanged and no line of its own. */
 uint32_t inline_svc_prm_init(void);
 
-/* Registers the service-request handle, or re-registers the one that PRM still knows, with the event
- * manager of `context`; up to 60 attempts, 30 seconds after each that failed. Then names the queue
- * and sets up the statistics. The handle is kept in the root of the global context.
- * Returns 0; PRM's last code when every attempt failed; the code of inline_svc_stats_init when
- * that failed; 22 for a null context, and when the global context or its root is not set. */
+/* Registers the service-request handle, or re-registers the one that PRM still knows, with the
+ * event manager of `context`; up to 60 attempts, 30 seconds after each that failed. Then names the
+ * queue and sets up the statistics. The handle is kept in the root of the global context. Returns
+ * 0; PRM's last code when every attempt failed; the code of inline_svc_stats_init when that failed;
+ * 22 for a null context, and when the global context or its root is not set. */
 uint32_t inline_svc_prm_register(inline_svc_global_cntx *context);
 
 /* PRM's notifications. Ends the process with status 1 when a connection-up cannot register. A null
