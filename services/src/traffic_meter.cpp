@@ -117,8 +117,7 @@ std::vector<TrafficMeter::EntryName> TrafficMeter::missing(const std::vector<Des
         names.push_back({MeterTable::addresses, {0, destination.address, 0}});
     }
     std::ranges::sort(names);
-    const auto repeated = std::ranges::unique(names);
-    names.erase(repeated.begin(), repeated.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
     *found =
         std::erase_if(names, [this](const EntryName &name) { return entries_.contains(name); });
     return names;
