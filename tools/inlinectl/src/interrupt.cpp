@@ -1,6 +1,7 @@
 #include "interrupt.h"
 
 #include <csignal>
+#include <initializer_list>
 
 namespace inlinectl {
 namespace {
@@ -19,8 +20,10 @@ void watch_interrupts()
     struct sigaction action = {};
     action.sa_handler = note_signal;
     action.sa_flags = static_cast<int>(SA_RESETHAND | SA_RESTART);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    for (const int ending : {SIGINT, SIGTERM, SIGHUP})
+        sigaction(ending, &action, nullptr);
+    // A reader that is gone shows as a report that could not be written.
+    std::signal(SIGPIPE, SIG_IGN);
 }
 
 bool interrupted()

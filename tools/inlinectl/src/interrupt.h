@@ -1,4 +1,4 @@
-// SIGINT and SIGTERM end a run between two packets, not in the middle of one.
+// SIGINT, SIGTERM and SIGHUP end a run between two packets, not in the middle of one.
 #pragma once
 
 namespace inlinectl {

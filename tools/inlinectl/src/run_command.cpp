@@ -122,6 +122,9 @@ private:
         if (const uint64_t failed = report_.failures.count(); failed > 0)
             report_.problems.push_back(
                 counted(failed, "request to the hardware", "requests to the hardware") + " failed");
+        if (const uint64_t missed = report_.failures.missed_messages(); missed > 0)
+            report_.problems.push_back(counted(missed, "message", "messages") +
+                                       " of the library could not be read in time");
         if (report_.interrupted)
             report_.problems.emplace_back("interrupted");
     }

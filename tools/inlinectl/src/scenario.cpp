@@ -40,8 +40,8 @@ public:
             destinations.push_back(destination_of(*fields));
         }
         std::ranges::sort(destinations);
-        const auto repeated = std::ranges::unique(destinations);
-        destinations.erase(repeated.begin(), repeated.end());
+        destinations.erase(std::unique(destinations.begin(), destinations.end()),
+                           destinations.end());
         return destinations;
     }
 
