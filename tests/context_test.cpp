@@ -55,12 +55,12 @@ TEST_F(Context, TheEventManagerIsRefusedBeforeAContextIsSet)
     EXPECT_EQ(log(), Messages{"pgbl_ptr is NULL"});
 }
 
-TEST_F(Context, TheInterfaceConnectionIsRefusedBeforeAContextIsSetAndNothingIsLogged)
+TEST_F(Context, TheInterfaceConnectionIsRefusedBeforeAContextIsSet)
 {
     void *out = handle(7);
     EXPECT_EQ(inline_svc_get_uidb_conn_hdl(&out), 22u);
     EXPECT_EQ(out, handle(7));
-    EXPECT_EQ(log(), Messages{});
+    EXPECT_EQ(log(), Messages{"pgbl_ptr is NULL in inline_svc_get_uidb_conn_hdl"});
 }
 
 // ---- setting it --------------------------------------------------------------------------------
@@ -201,14 +201,26 @@ TEST_F(Context, TheInterfaceConnectionIsHandedOut)
     EXPECT_TRUE(log().empty());
 }
 
-TEST_F(Context, ANullOutputIsRefusedByEachGetter)
+TEST_F(Context, ANullOutputIsRefusedByEachGetterInItsOwnName)
 {
     context.uidb_conn = handle(1);
     context.prm_conn = handle(2);
     set_context();
+    forget_log();
     EXPECT_EQ(inline_svc_get_prm_conn_hdl(nullptr), 22u);
     EXPECT_EQ(inline_svc_get_inline_evm(nullptr), 22u);
     EXPECT_EQ(inline_svc_get_uidb_conn_hdl(nullptr), 22u);
+    EXPECT_EQ(log(), (Messages{"out is NULL in inline_svc_get_prm_conn_hdl",
+                               "out is NULL in inline_svc_get_inline_evm",
+                               "out is NULL in inline_svc_get_uidb_conn_hdl"}));
+}
+
+TEST_F(Context, AMissingHandleIsSaidBeforeANullOutput)
+{
+    set_context();
+    forget_log();
+    EXPECT_EQ(inline_svc_get_prm_conn_hdl(nullptr), 22u);
+    EXPECT_EQ(log(), Messages{"pgbl_ptr->prm_conn is NULL, prm hdl not initialized"});
 }
 
 // ---- what the library leaves alone -------------------------------------------------------------

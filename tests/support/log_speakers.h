@@ -20,7 +20,7 @@ namespace test {
 class LogSpeakers {
 public:
     // The source files by what they are about; each has a stream of its own.
-    enum Source { stat, prm, prm_table, prm_answer, context, shadow_db, app, source_count };
+    enum Source { stat, prm, prm_table, prm_answer, context, shadow_db, app, log, source_count };
     static constexpr size_t stamp_length = 20;
     static constexpr size_t shortest_stat_message = 46;
 
@@ -74,6 +74,9 @@ public:
         case app:
             inline_svc_shadow_db_insert_action_array(nullptr);
             return " no update action is not present ";
+        case log: // where refusals of null arguments are written
+            inline_svc_list_create(nullptr);
+            return "list is NULL in inline_svc_list_create";
         case source_count:
             break;
         }
