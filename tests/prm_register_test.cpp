@@ -2,6 +2,7 @@
 // follows once it succeeded.
 
 #include "card_fixture.h"
+#include "vlc/event_manager.h"
 
 namespace test {
 namespace {
@@ -137,23 +138,38 @@ TEST_F(PrmRegister, AReregistrationOfARestartedHostKeepsItsCounters)
     EXPECT_EQ(root->counters[0], bitmap);
 }
 
-TEST_F(PrmRegister, WithoutAContextOrARootItIs22AndPrmIsNotCalled)
+TEST_F(PrmRegister, ANullContextIs22WithItsLineAndPrmIsNotCalled)
 {
     EXPECT_EQ(inline_svc_prm_register(nullptr), 22u);
-    context.shadow_db = nullptr;
-    EXPECT_EQ(inline_svc_prm_register(&context), 22u);
+    EXPECT_EQ(log(), (Log{"context is NULL in inline_svc_prm_register"}));
     EXPECT_TRUE(services.calls().empty());
-    context.shadow_db = root;
 }
 
-TEST_F(PrmRegister, TheRegistrationUsesTheContextThatItIsGiven)
+TEST_F(PrmRegister, WithoutTheGlobalContextOrItsRootItIs22WithItsLine)
+{
+    context.shadow_db = nullptr;
+    EXPECT_EQ(inline_svc_prm_register(&context), 22u);
+    EXPECT_EQ(log(), (Log{"pgbl_ptr->shadow_db is NULL in inline_svc_prm_register"}));
+    forget_log();
+    pgbl_ptr = nullptr;
+    EXPECT_EQ(inline_svc_prm_register(&context), 22u);
+    EXPECT_EQ(log(), (Log{"pgbl_ptr is NULL in inline_svc_prm_register"}));
+    EXPECT_TRUE(services.calls().empty());
+}
+
+TEST_F(PrmRegister, TheEventManagerIsTheGivenContextsAndTheHandleTheGlobalContexts)
 {
     shadow_db other_root = {};
+    vlc::EventManager other_events;
     inline_svc_global_cntx other = context;
     other.shadow_db = &other_root;
+    other.inline_evm = other_events.handle();
     ASSERT_EQ(inline_svc_prm_register(&other), 0u);
-    EXPECT_NE(other_root.prm_srh_hdl, nullptr);
-    EXPECT_EQ(root->prm_srh_hdl, nullptr);
+    EXPECT_NE(root->prm_srh_hdl, nullptr);
+    EXPECT_EQ(other_root.prm_srh_hdl, nullptr);
+    EXPECT_EQ(services.calls_of("prm_srh_register").at(0).args[2], word(other_events.handle()));
+    ASSERT_EQ(inline_svc_prm_register(&other), 0u);
+    EXPECT_EQ(services.calls_of("prm_srh_reregister").at(0).args[1], word(other_events.handle()));
 }
 
 // ---- retries -----------------------------------------------------------------------------------

@@ -40,6 +40,18 @@ void report_to_other(uint32_t uidb_index, uint32_t entry_id, uint32_t phase, uin
     other_reports.push_back({uidb_index, entry_id, phase, a, b});
 }
 
+// A service that deletes every entry it hears of.
+void report_and_delete(uint32_t uidb_index, uint32_t entry_id, uint32_t phase, uint32_t a,
+                       uint32_t b)
+{
+    report(uidb_index, entry_id, phase, a, b);
+    if (phase != 0 || entry_id == 79)
+        return;
+    Batch removed(static_cast<uint16_t>(uidb_index));
+    removed.remove(stored_node(uidb_index, entry_id));
+    EXPECT_EQ(inline_svc_shadow_db_insert_action_array(removed.get()), 0u);
+}
+
 constexpr uint32_t begin = 1;
 constexpr uint32_t entry = 0;
 constexpr uint32_t end = 2;
@@ -135,6 +147,21 @@ TEST_F(StatCollection, AnEntryWithoutAnIdHasNoCallAndIsNotRead)
     EXPECT_EQ(reports,
               (Reports{{1, 0, begin, 0, 0}, {1, 0xFFFFFFFE, entry, 0, 0}, {1, 0, end, 1, 0}}));
     EXPECT_EQ(services.count("prm_stats_cl_read"), 2u) << "one for each NP of the other entry";
+}
+
+TEST_F(StatCollection, AServiceMayDeleteAnEntryWhileItHearsOfIt)
+{
+    context.app_stats_handler[1] = report_and_delete;
+    for (const uint32_t entry_id : {70u, 71u, 79u})
+        create(1, entry_id);
+    EXPECT_EQ(inline_svc_stats_collection(), 0u);
+    EXPECT_EQ(reports, (Reports{{1, 0, begin, 0, 0},
+                                {1, 70, entry, 0, 0},
+                                {1, 71, entry, 0, 0},
+                                {1, 79, entry, 0, 0},
+                                {1, 0, end, 1, 0}}));
+    EXPECT_EQ(stored_node(1, 70), nullptr);
+    EXPECT_NE(stored_node(1, 79), nullptr);
 }
 
 TEST_F(StatCollection, AnEmptyCardIsCollectedWithoutACall)

@@ -116,12 +116,22 @@ TEST_F(StatsInit, TheSizeIsAskedTwiceAndTheSecondAnswerCounts)
 
 TEST_F(StatsInit, ARegionThatNoBitmapCanCoverIsAFailedAllocation)
 {
+    for (const uint32_t size : {0x7FFFFFE0u, 0x80000000u, 0xFFFFFFE0u, 0xFFFFFFFFu}) {
+        services.force("prm_stats_cl_get_stateless_double_size", size);
+        forget();
+        EXPECT_EQ(inline_svc_stats_init(), 22u) << size;
+        EXPECT_EQ(log_count("counter alloc failed: chip:0,Success"), 1u);
+        EXPECT_EQ(log_count("counter alloc failed: chip:2,Invalid argument"), 1u);
+        EXPECT_EQ(root->counters[0], nullptr);
+    }
+}
+
+TEST_F(StatsInit, ARegionAboveTheSignedRangeIsShownNegative)
+{
     services.force("prm_stats_cl_get_stateless_double_size", 0x80000000);
-    EXPECT_EQ(inline_svc_stats_init(), 22u);
+    inline_svc_stats_init();
     EXPECT_EQ(log().at(0), "Total counters available for inline service on this LC-2147483648");
-    EXPECT_EQ(log_count("counter alloc failed: chip:0,Success"), 1u);
-    EXPECT_EQ(log_count("counter alloc failed: chip:2,Invalid argument"), 1u);
-    EXPECT_EQ(root->counters[0], nullptr);
+    EXPECT_EQ(log().at(1), "counter_word_per_np -2147483616");
 }
 
 // ---- what was there before ---------------------------------------------------------------------
@@ -231,13 +241,16 @@ TEST_F(StatsInit, EachNpPastTheEighthIsAFailureAndNothingIsWrittenPastTheArray)
     EXPECT_EQ(NUM_LC_NPS, 10u);
 }
 
-TEST_F(StatsInit, WithoutAContextOrARootItIs12)
+TEST_F(StatsInit, WithoutAContextOrARootItIs12WithItsLine)
 {
     NUM_LC_NPS = 7;
     context.shadow_db = nullptr;
     EXPECT_EQ(inline_svc_stats_init(), 12u);
+    EXPECT_EQ(log(), (Log{"pgbl_ptr->shadow_db is NULL in inline_svc_stats_init"}));
+    forget_log();
     pgbl_ptr = nullptr;
     EXPECT_EQ(inline_svc_stats_init(), 12u);
+    EXPECT_EQ(log(), (Log{"pgbl_ptr is NULL in inline_svc_stats_init"}));
     EXPECT_TRUE(services.calls().empty());
     EXPECT_EQ(NUM_LC_NPS, 7u);
 }
