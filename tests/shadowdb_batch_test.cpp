@@ -354,6 +354,47 @@ TEST_F(BatchInsert, KeysOfDifferentTypesWithOneIndexStayApart)
     EXPECT_EQ(entry(0x005)->num_elements[0], 1u);
 }
 
+// ---- two roots, and none
+
+TEST_F(BatchInsert, GoesIntoTheRootThatWasSetLastWithTheHandleOfTheContextsRoot)
+{
+    std::vector<main_entry *> table(1280);
+    shadow_db other = {};
+    other.main_table = table.data();
+    pshadow_db = &other;
+    Batch batch(5);
+    batch.create(7, 0, "abc", "0123");
+    ASSERT_EQ(insert(batch), 0u);
+    EXPECT_NE(table[5], nullptr);
+    EXPECT_EQ(entry(5), nullptr);
+    EXPECT_EQ(services.calls_of("prm_srh_service_config_add")[0].args[0],
+              reinterpret_cast<uint64_t>(root->prm_srh_hdl));
+    EXPECT_EQ(counters_in_use(0), 0xC0000000u);
+}
+
+TEST_F(BatchInsert, WithoutAContextAModifyStaysInTheShadowAndIs22)
+{
+    shmem_node *node = store(5, 7, 0, "abc");
+    Batch batch(5);
+    batch.modify(node, "4567");
+    pgbl_ptr = nullptr;
+    EXPECT_EQ(insert(batch), 22u);
+    EXPECT_EQ(memcmp(node->app_node.result, "4567", 4), 0);
+    EXPECT_EQ(log_from("pgbl_ptr is NULL in prm update \n")[1], "PRM node modification failed\n");
+    EXPECT_EQ(services.names(), Lines{});
+}
+
+TEST_F(BatchInsert, WithoutAContextANewKeyIs12)
+{
+    Batch batch(5);
+    batch.create(7, 0, "abc", "0123");
+    pgbl_ptr = nullptr;
+    EXPECT_EQ(insert(batch), 12u);
+    EXPECT_EQ(log().back(), "shared memory alloc failed c 576");
+    EXPECT_EQ(entry(5), nullptr);
+    EXPECT_EQ(services.names(), Lines{});
+}
+
 // ---- which trace buffer a refusal goes to
 
 TEST_F(BatchInsert, RefusalsAreFailureMessagesAndGoToTheErrorBuffer)

@@ -8,6 +8,7 @@
 #include <cstring>
 #include <map>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -75,9 +76,8 @@ public:
 
     std::map<uint16_t, ModelEntry> entries;
     HardwareTable hardware[model_nps][2];
-    std::vector<bool> counters[model_nps] = {std::vector<bool>(counter_count + 32),
-                                             std::vector<bool>(counter_count + 32)};
-    uint64_t leaked_nodes = 0; // their entry went without them
+    std::set<uint32_t> counters[model_nps]; // in use, as places in the region
+    uint64_t leaked_nodes = 0;              // their entry went without them
 
     uint64_t blocks() const
     {
@@ -252,16 +252,21 @@ private:
 
     uint32_t take_counter(uint32_t np)
     {
-        const auto free = std::find(counters[np].begin(), counters[np].end(), false);
-        *free = true;
-        return first_counter + static_cast<uint32_t>(free - counters[np].begin());
+        uint32_t place = 0;
+        for (const uint32_t taken : counters[np]) {
+            if (taken != place)
+                break;
+            ++place;
+        }
+        counters[np].insert(place);
+        return first_counter + place;
     }
 
     uint32_t give_back(uint32_t counter, uint32_t np)
     {
         if (counter < first_counter || counter > first_counter + counter_count)
             return 22;
-        counters[np][counter - first_counter] = false;
+        counters[np].erase(counter - first_counter);
         return 0;
     }
 
