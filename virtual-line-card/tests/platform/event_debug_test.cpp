@@ -139,16 +139,21 @@ TEST_F(EventDebugFacility, ASiteWithoutArgumentsRecordsNone)
     EXPECT_TRUE(events(ED_EVENT_BUFFER)[0].args.empty());
 }
 
-TEST_F(EventDebugFacility, ASiteNumberedAfterTheRegistrationIsFound)
+TEST_F(EventDebugFacility, SitesNumberedAfterTheRegistrationAreFound)
 {
-    points[2].number = 5;
+    for (auto &point : points)
+        point.number = 0;
     ed_init(&component, 0, 0, 0, 0);
-    _ltrace(buffer(1), ED_EVENT_WORD_FIXED | 1, uint64_t{22});
+    _ltrace(buffer(0), ED_EVENT_WORD_FIXED, uint64_t{0});
+    points[0].number = 2;
     points[2].number = 1;
-    _ltrace(buffer(1), ED_EVENT_WORD_FIXED | 1, uint64_t{22});
-    ASSERT_EQ(2u, events(ED_ERROR_BUFFER).size());
-    EXPECT_EQ(nullptr, events(ED_ERROR_BUFFER)[0].point);
-    EXPECT_EQ(&points[2], events(ED_ERROR_BUFFER)[1].point);
+    _ltrace(buffer(0), ED_EVENT_WORD_FIXED, uint64_t{0});
+    _ltrace(buffer(0), ED_EVENT_WORD_FIXED | 1, uint64_t{22});
+    const auto recorded = events(ED_EVENT_BUFFER);
+    ASSERT_EQ(3u, recorded.size());
+    EXPECT_EQ(&points[1], recorded[1].point);
+    EXPECT_EQ(&points[2], recorded[2].point);
+    EXPECT_EQ(std::vector<uint64_t>{22}, recorded[2].args);
 }
 
 TEST_F(EventDebugFacility, AnEventOfNoKnownSiteIsRecordedWithItsWordAlone)
