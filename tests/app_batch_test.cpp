@@ -284,9 +284,10 @@ TEST_F(NodeInsert, AFailureOfTheListsOwnEnqueueIs12)
     EXPECT_EQ(services.names(), Lines{});
 }
 
-TEST_F(NodeInsert, ANullListIs22)
+TEST_F(NodeInsert, ANullListIs22WithItsLine)
 {
     EXPECT_EQ(inline_svc_app_node_insert(nullptr, node), 22u);
+    EXPECT_EQ(log(), Lines{"node_list is NULL in inline_svc_app_node_insert"});
     EXPECT_EQ(services.names(), Lines{});
 }
 

@@ -236,10 +236,11 @@ TEST_F(AppHandler, FailedAppendsOfAReplayStayCounted)
     EXPECT_EQ(result.batch->node_list.first, nullptr);
 }
 
-TEST_F(AppHandler, ANullResultIs22AndCallsNothing)
+TEST_F(AppHandler, ANullResultIs22WithItsLineAndCallsNothing)
 {
     forget_history();
     EXPECT_EQ(inline_svc_app_handler(0, nullptr), 22u);
+    EXPECT_EQ(log(), Lines{"out is NULL in inline_svc_app_handler"});
     EXPECT_EQ(services.names(), Lines{});
 }
 

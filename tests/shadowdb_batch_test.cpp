@@ -133,9 +133,10 @@ TEST_F(BatchInsert, AMissingMainTableIs12WithOneLineOfItsOwn)
     EXPECT_EQ(services.names(), Lines{});
 }
 
-TEST_F(BatchInsert, ANullBatchIs22)
+TEST_F(BatchInsert, ANullBatchIs22WithItsLine)
 {
     EXPECT_EQ(inline_shadow_db_insert_main(nullptr), 22u);
+    EXPECT_EQ(log(), Lines{"batch is NULL in inline_shadow_db_insert_main"});
     EXPECT_EQ(services.names(), Lines{});
 }
 

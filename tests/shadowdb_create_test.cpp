@@ -141,6 +141,16 @@ TEST_F(NodeCreate, AListMadeForANodeThatCannotBeAllocatedStays)
     EXPECT_EQ(entry(5)->num_elements[0], 1u);
 }
 
+TEST_F(NodeCreate, AnAllocationThatSucceedsWithoutABlockIs12)
+{
+    Batch batch(5);
+    batch.create(7, 0, "abc", "0123");
+    services.force("shmwin_malloc", 0, 2);
+    EXPECT_EQ(insert(batch), 12u);
+    EXPECT_EQ(log_count("shared mem node allocation failed"), 1u);
+    EXPECT_EQ(services.count("prm_srh_service_config_add"), 0u);
+}
+
 // ---- PRM refuses
 
 TEST_F(NodeCreate, ARefusalOnTheLastNpLeavesNoListAndNoNode)

@@ -118,6 +118,13 @@ TEST_F(ShadowDbInit, AFailedTableLeavesThePointerAsTheAllocatorLeftIt)
     root->main_table = nullptr;
 }
 
+TEST_F(ShadowDbInit, ASuccessWithoutABlockIs12)
+{
+    services.force("shmwin_malloc", 0);
+    EXPECT_EQ(inline_svc_shadow_db_initialized(0, 0, 0, 0), 12u);
+    EXPECT_EQ(log(), Lines{"shared memory alloc for element array failed rc c"});
+}
+
 TEST_F(ShadowDbInit, WithoutAContextItIs12AndNoTableIsTaken)
 {
     pgbl_ptr = nullptr;

@@ -165,7 +165,7 @@ TEST_F(NodeLists, ANodeComparesByItsEntryIdAlone)
     EXPECT_EQ(services.names(), Lines{});
 }
 
-TEST_F(NodeLists, NullArgumentsAreRefusedAndReachNoPlatformService)
+TEST_F(NodeLists, NullArgumentsAreRefusedWithOneLineEachAndReachNoPlatformService)
 {
     EXPECT_EQ(inline_svc_list_create(nullptr), 22u);
     EXPECT_EQ(inline_svc_list_insert(nullptr, &node), 22u);
@@ -175,6 +175,12 @@ TEST_F(NodeLists, NullArgumentsAreRefusedAndReachNoPlatformService)
     EXPECT_EQ(inline_svc_list_destroy(nullptr), 22u);
     EXPECT_EQ(inline_shadow_db_compare_node_entry_id(nullptr, 0), 0u);
     EXPECT_EQ(services.names(), Lines{});
+    EXPECT_EQ(
+        log(),
+        (Lines{"list is NULL in inline_svc_list_create", "list is NULL in inline_svc_list_insert",
+               "node is NULL in inline_svc_list_insert", "list is NULL in inline_svc_list_delete",
+               "node is NULL in inline_svc_list_delete",
+               "list is NULL in inline_svc_list_destroy"}));
 }
 
 } // namespace

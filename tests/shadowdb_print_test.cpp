@@ -125,10 +125,12 @@ TEST_F(Print, AMainEntryIsFiveLinesWithTheSumOfItsTables)
                      "****Entry total Number of elemenets 7\n"}));
 }
 
-TEST_F(Print, NullIs22AndCallsNothing)
+TEST_F(Print, NullIs22WithItsLineAndPrintsNothing)
 {
     EXPECT_EQ(inline_svc_shadow_db_print_node(nullptr), 22u);
     EXPECT_EQ(inline_svc_shadow_db_print_main_entry(nullptr), 22u);
+    EXPECT_EQ(log(), (Lines{"node is NULL in inline_svc_shadow_db_print_node",
+                            "main_entry is NULL in inline_svc_shadow_db_print_main_entry"}));
     EXPECT_EQ(services.names(), Lines{});
 }
 
