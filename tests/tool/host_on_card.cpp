@@ -1,5 +1,7 @@
 #include "host_on_card.h"
 
+#include <filesystem>
+
 #include "inline_service_context.h"
 
 namespace test {
@@ -29,6 +31,7 @@ services::HostHandles handles_of(vlc::VirtualLineCard &card)
 HostOnCard::HostOnCard()
 {
     vlc::CardClock::set_mode(vlc::ClockMode::stepped);
+    std::filesystem::remove_all(card_directory);
 }
 
 void HostOnCard::open_card()

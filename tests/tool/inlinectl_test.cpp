@@ -39,7 +39,11 @@ void make_traffic()
 
 class Inlinectl : public ::testing::Test {
 protected:
-    Inlinectl() { make_traffic(); }
+    Inlinectl()
+    {
+        std::filesystem::remove_all(state);
+        make_traffic();
+    }
 
     static Outcome run(std::vector<std::string> arguments, test::Environment environment = {})
     {
