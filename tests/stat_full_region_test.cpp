@@ -1,5 +1,5 @@
-// All counters of an NP taken, one after the other. Alone in its program: what it logs goes past
-// the size at which the log file begins again.
+// All counters of an NP taken, one after the other. What that logs goes past the size at which the
+// log file begins again.
 
 #include "card_fixture.h"
 
