@@ -1,6 +1,4 @@
 // What every file of a state directory refuses to be opened as, whichever it is.
-#include <sys/mman.h>
-
 #include <functional>
 
 #include "test_directory.h"

@@ -153,18 +153,24 @@ void KillSweep::run(uint64_t least_points, uint64_t least_images)
         GTEST_SKIP() << "no process may be traced here";
     }
     ASSERT_TRUE(WIFSTOPPED(status)) << "the child could not prepare its work";
+    ASSERT_EQ(ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_EXITKILL), 0);
     uint64_t points = 0;
-    while (!progress_->finished.load() && !testing::Test::HasFailure()) {
-        ASSERT_TRUE(step(child)) << "after " << points << " instructions";
+    for (uint64_t instruction = 1; !progress_->finished.load(); ++instruction) {
+        ASSERT_TRUE(step(child)) << "after " << instruction << " instructions";
+        if (instruction % look_every != 0) {
+            continue;
+        }
         ++points;
         try {
             look_and_verify(progress_->done.load());
         } catch (const std::exception &error) {
             ADD_FAILURE() << error.what();
         }
-        EXPECT_FALSE(testing::Test::HasFailure())
-            << "killed after instruction " << points << ", with " << progress_->done.load()
-            << " operations done";
+        if (testing::Test::HasFailure()) {
+            ADD_FAILURE() << "killed after instruction " << instruction << ", with "
+                          << progress_->done.load() << " operations done";
+            break;
+        }
     }
     kill(child, SIGKILL);
     waitpid(child, &status, 0);

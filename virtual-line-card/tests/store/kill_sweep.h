@@ -17,7 +17,7 @@ namespace vlc::test {
 class KillSweep {
 public:
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    static constexpr bool slow = true; // some ten times the instructions
+    static constexpr bool slow = true; // and some ten times the instructions
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
     static constexpr bool slow = true;
@@ -27,6 +27,8 @@ public:
 #else
     static constexpr bool slow = false;
 #endif
+
+    static constexpr uint64_t look_every = slow ? 5 : 1; // so many instructions
 
     struct Watched {
         std::string file;
@@ -46,8 +48,8 @@ public:
     // some of the next one done.
     std::function<void(const StateDirectory &copy, uint32_t done)> verify;
 
-    // Prints what it tried. Fails the test when that is less than `least_points` instructions (in a
-    // release build) or `least_images` different states of the files.
+    // Prints what it tried, and fails the test when that is less than `least_points` instructions
+    // or `least_images` different states of the files.
     void run(uint64_t least_points, uint64_t least_images);
 
 private:

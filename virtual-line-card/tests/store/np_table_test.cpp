@@ -1,7 +1,6 @@
 #include <map>
 #include <memory>
 #include <random>
-#include <set>
 #include <string>
 
 #include "np_test_card.h"
@@ -178,6 +177,22 @@ TEST_F(NpTables, ALongRandomLifeAgreesWithAModelAcrossOpenings)
             ASSERT_EQ(table().size(), model.size());
         }
     }
+}
+
+TEST_F(NpTables, AFullTableInWhichKeysComeAndGoForEverStaysFast)
+{
+    for (int i = 0; i < 100; ++i) {
+        table().add(bytes(std::to_string(i)), {});
+    }
+    // Were marks of removed rows to pile up, a search for what is absent would never end.
+    for (int i = 0; i < 100000; ++i) {
+        ASSERT_EQ(table().remove(bytes(std::to_string(i))), TableOutcome::done);
+        ASSERT_EQ(table().add(bytes(std::to_string(i + 100)), {}), TableOutcome::done);
+        ASSERT_EQ(table().find(bytes(std::to_string(i))), nullptr);
+    }
+    reopen();
+    EXPECT_EQ(rows_of(table()).size(), 100U);
+    EXPECT_NE(table().find(bytes("100099")), nullptr);
 }
 
 TEST_F(NpTables, AReaderBesideTheWriterSeesTheRows)

@@ -153,7 +153,7 @@ TEST(KilledPrm, AtEveryInstructionAnAnswerIsUnreadOrReadAndAQueueGrowsWhole)
         steps.push_back(push(1, 100 + number));
         steps.push_back(number % 2 == 0 ? push(1, 200 + number) : pop(1));
     }
-    sweep_steps(before, steps, 1000, 60);
+    sweep_steps(before, steps, KillSweep::slow ? 500 : 1000, KillSweep::slow ? 30 : 60);
 }
 
 TEST(KilledPrm, AtEveryInstructionHandlesAndNamesAreTheOldOrTheNew)
@@ -161,7 +161,7 @@ TEST(KilledPrm, AtEveryInstructionHandlesAndNamesAreTheOldOrTheNew)
     sweep_steps({},
                 {make(1), name(1, "one"), make(2), name(2, "one"), name(2, "two"), name(1, "two"),
                  push(1, 7), push(2, 8), forget(), make(1), push(1, 9), name(1, "one")},
-                5000, 60);
+                KillSweep::slow ? 5000 : 10000, KillSweep::slow ? 30 : 60);
 }
 
 } // namespace vlc::test

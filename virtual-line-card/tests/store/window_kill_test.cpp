@@ -14,7 +14,7 @@ namespace vlc::test {
 namespace {
 
 constexpr uint64_t window_bytes = 12 << 10; // small, so that it is full and merged often
-constexpr uint32_t operation_count = KillSweep::slow ? 110 : 220;
+constexpr uint32_t operation_count = KillSweep::slow ? 100 : 220;
 
 // What is in the window, as far as its user knows.
 struct Content {
@@ -166,7 +166,7 @@ TEST(KilledWindows, AtEveryInstructionTheWindowIsTheOldOneOrTheNewOne)
         const Content &next = contents[std::min(done + 1, operation_count)];
         EXPECT_TRUE(holds(found, next)) << "neither the old nor the new";
     };
-    sweep.run(40000, KillSweep::slow ? 100 : 200);
+    sweep.run(KillSweep::slow ? 10000 : 40000, KillSweep::slow ? 80 : 200);
 }
 
 TEST(KilledWindows, AtEveryInstructionOfMakingOneItIsMissingOrWhole)

@@ -7,7 +7,6 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
-#include <set>
 #include <vector>
 
 #include "test_directory.h"
@@ -246,6 +245,17 @@ TEST_F(Windows, ABrokenChainIsRefusedWithItsPlace)
     char *block = static_cast<char *>(allocate(100));
     allocate(100);
     std::memset(block, 'x', 120); // over the end
+    window.reset();
+    EXPECT_EQ(refusal([&] { Window(directory, small); }),
+              directory.file("window").string() + ": its chain of blocks breaks at offset 0x1068");
+}
+
+TEST_F(Windows, AWordFromAnotherPlaceIsRefused)
+{
+    char *first = static_cast<char *>(allocate(100));
+    char *second = static_cast<char *>(allocate(100));
+    ASSERT_EQ(second - first, 112);
+    std::memcpy(second - 8, first - 8, 8); // the same size, in use as well
     window.reset();
     EXPECT_EQ(refusal([&] { Window(directory, small); }),
               directory.file("window").string() + ": its chain of blocks breaks at offset 0x1068");
