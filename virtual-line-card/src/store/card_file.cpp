@@ -12,8 +12,8 @@
 #define TOML_EXCEPTIONS 1
 #include <toml++/toml.h>
 
-#include "nearest_name.h"
 #include "vlc/card_config.h"
+#include "vlc/nearest_name.h"
 #include "vlc/state_error.h"
 
 namespace vlc {
