@@ -209,4 +209,15 @@ TEST(SourceRules, TheLibraryHasNoTestHookAndNoWeakSymbol)
     expect_nowhere(R"(\bweak\b)");
 }
 
+// Compilers differ in which line of a longer call they mean, and a site's line is its address.
+TEST(SourceRules, EveryLogSiteStandsOnOneLine)
+{
+    const std::regex opened(R"(inline_svc_trace(_error)?\((?!.*;))");
+    for (const fs::path &path : sources_under("lc/inline-service/src")) {
+        const Lines lines = lines_of(path);
+        for (size_t i = 0; path.extension() == ".cpp" && i < lines.size(); ++i)
+            EXPECT_FALSE(std::regex_search(lines[i], opened)) << place(path, i + 1);
+    }
+}
+
 } // namespace

@@ -19,8 +19,8 @@ uint32_t inline_svc_shadow_db_insert_action_array(action_array *batch)
     } else {
         inline_svc_trace(" action array present ");
         if (batch->action == INLINE_SVC_BATCH_DELETE_ALL) {
-            inline_svc_trace(" app wants to delet the index %d num_node %d", batch->uidb_index,
-                             batch->num_node);
+            static constexpr char text[] = " app wants to delet the index %d num_node %d";
+            inline_svc_trace(text, batch->uidb_index, batch->num_node);
         } else {
             if (inline_shadow_db_insert_main(batch) == 0)
                 return 0;

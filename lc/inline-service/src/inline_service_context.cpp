@@ -29,10 +29,10 @@ namespace {
 
 constexpr unsigned dummy_init_seconds = 20;
 
-uint32_t hand_out(void *handle, void **out)
+uint32_t hand_out(void *handle, void **out, const char *getter = __builtin_FUNCTION())
 {
     if (out == nullptr)
-        return refuse_null("out");
+        return refuse_null("out", getter);
     *out = handle;
     return 0;
 }

@@ -48,32 +48,41 @@ uint32_t operation_of(uint32_t refnum)
 
 void log_summary(const prm_async_response &response)
 {
-    const ShownName table(table_names, table_of(response.refnum));
-    const ShownName operation(operation_names, operation_of(response.refnum));
-    const char *error = cerr_strerror(response.status);
-    switch (table_of(response.refnum)) {
+    static constexpr char on_service_config[] =
+        "Async Error on Service CONF: rc=%s (0x%x) on %s %s route NP%d";
+    static constexpr char on_ext_conf[] =
+        "Async Error on Ext Datadb CONF: rc=%s (0x%x) on %s %s route NP%d";
+    static constexpr char on_other[] = "Async Error: rc=%s (0x%x) on %s %s refnum 0x%08x NP%d";
+    const ShownName table_name(table_names, table_of(response.refnum));
+    const ShownName operation_name(operation_names, operation_of(response.refnum));
+    const char *table = table_name.text();
+    const char *operation = operation_name.text();
+    const uint32_t status = response.status;
+    const uint32_t refnum = response.refnum;
+    const uint32_t np = response.np;
+    const char *error = cerr_strerror(status);
+    switch (table_of(refnum)) {
     case PRM_TABLE_SERVICE_CONFIG:
-        inline_svc_trace_error("Async Error on Service CONF: rc=%s (0x%x) on %s %s route NP%d",
-                               error, response.status, table.text(), operation.text(), response.np);
+        inline_svc_trace_error(on_service_config, error, status, table, operation, np);
         break;
     case PRM_TABLE_EXT_CONF:
-        inline_svc_trace_error("Async Error on Ext Datadb CONF: rc=%s (0x%x) on %s %s route NP%d",
-                               error, response.status, table.text(), operation.text(), response.np);
+        inline_svc_trace_error(on_ext_conf, error, status, table, operation, np);
         break;
     default:
-        inline_svc_trace_error("Async Error: rc=%s (0x%x) on %s %s refnum 0x%08x NP%d", error,
-                               response.status, table.text(), operation.text(), response.refnum,
-                               response.np);
+        inline_svc_trace_error(on_other, error, status, table, operation, refnum, np);
         break;
     }
 }
 
 void log_failure(const prm_async_response &response)
 {
-    inline_svc_trace_error("PRM async call failed(v4): np %d flags 0x%x refnum 0x%x key_size %d "
-                           "res_size %d Err:%s",
-                           response.np, response.flags, response.refnum, response.key_size,
-                           response.result_size, cerr_strerror(response.status));
+    static constexpr char text[] =
+        "PRM async call failed(v4): np %d flags 0x%x refnum 0x%x key_size %d "
+        "res_size %d Err:%s";
+    const auto &[np, flags, status, refnum, vrf_id, key_size, unused, key, result_size, result] =
+        response;
+    const char *error = cerr_strerror(status);
+    inline_svc_trace_error(text, np, flags, refnum, key_size, result_size, error);
 }
 
 // Reads answers until the queue is empty, the delay queue's turn comes or a read fails. The first
@@ -91,8 +100,8 @@ bool drain(void *handle, prm_async_response *first, prm_async_response *later)
             return failure_seen; // PRM calls again for what is left
         }
         if (rc != 0) {
-            inline_svc_trace_error("prm_srh_async_resp_data() error: rc=%#x(%s)", rc,
-                                   cerr_strerror(rc));
+            const char *error = cerr_strerror(rc);
+            inline_svc_trace_error("prm_srh_async_resp_data() error: rc=%#x(%s)", rc, error);
             return failure_seen;
         }
         if (response->status != 0) {

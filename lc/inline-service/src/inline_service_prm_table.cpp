@@ -227,8 +227,8 @@ uint32_t update_table(const TableDescription &table, shmem_node *node)
     }
     const app_node &entry = node->app_node;
     if (entry.key_len > SHADOW_DB_KEY_BYTES || entry.result_len > SHADOW_DB_RESULT_BYTES) {
-        inline_svc_trace_error("key_len %d or result_len %d is too long", entry.key_len,
-                               entry.result_len);
+        static constexpr char text[] = "key_len %d or result_len %d is too long";
+        inline_svc_trace_error(text, entry.key_len, entry.result_len);
         return EINVAL;
     }
     switch (entry.action) {

@@ -342,8 +342,8 @@ shmem_node *named_node(const app_node_element &request)
     }
     if (request.app_node.table_type >= SHADOW_DB_TABLES ||
         request.app_node.table_type != shmem_node->app_node.table_type) {
-        inline_svc_trace_error("table %d of the request is not the node's",
-                               request.app_node.table_type);
+        const uint32_t table = request.app_node.table_type;
+        inline_svc_trace_error("table %d of the request is not the node's", table);
         return nullptr;
     }
     // Kept: lengths are for the hardware update to refuse, when the node is overwritten already.
@@ -494,8 +494,9 @@ uint32_t apply_elements(const action_array &batch, bool *abandoned)
 
 void delete_empty_main(uint32_t key)
 {
-    inline_svc_trace("Total node in shmem node %d is 0 so freeing thefreeing the shared memory",
-                     key);
+    static constexpr char text[] =
+        "Total node in shmem node %d is 0 so freeing thefreeing the shared memory";
+    inline_svc_trace(text, key);
     delete_main(key);
 }
 

@@ -130,8 +130,9 @@ uint32_t inline_svc_free_counter(uint32_t counter, uint32_t np_id)
     const uint32_t start = prm_stats_cl_get_stateless_double_start();
     // Kept: the region's end counts as inside.
     if (counter < start || uint64_t{counter} > uint64_t{start} + size) {
-        inline_svc_trace_error(" stats ptr %d out of bounds, start:%d, max:%d", counter, start,
-                               start + size);
+        const uint32_t max = start + size;
+        static constexpr char text[] = " stats ptr %d out of bounds, start:%d, max:%d";
+        inline_svc_trace_error(text, counter, start, max);
         return EINVAL;
     }
     const uint32_t place = counter - start;
@@ -228,8 +229,8 @@ void inline_svc_get_stat_per_np(uint32_t np, uint32_t counter, stats_sum *sum)
     const uint32_t rc =
         prm_stats_cl_read(pgbl_ptr->prm_conn, counter, np, &mode, words, &unused, PRM_STATS_READ);
     if (rc != 0) {
-        inline_svc_trace_error(" Cannot read stat  stats of chip %d for , RC= %s\n", np,
-                               prm_stats_err_string(rc));
+        const char *error = prm_stats_err_string(rc);
+        inline_svc_trace_error(" Cannot read stat  stats of chip %d for , RC= %s\n", np, error);
         return;
     }
     // Kept: sums wrap at 32 bits.
