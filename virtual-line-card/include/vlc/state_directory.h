@@ -2,6 +2,9 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
+
+#include "vlc/card_config.h"
 
 namespace vlc {
 
@@ -25,6 +28,15 @@ public:
     Access access() const { return access_; }
     bool is_new() const { return is_new_; } // made by this opening
 
+    // A directory is complete when every file of its card has been made. From then on a file that
+    // is missing is an error; before, it is made.
+    bool is_complete() const { return card_.has_value(); }
+    const std::optional<CardConfig> &card() const { return card_; } // what it was made for
+    void complete(const CardConfig &card);
+    // Removes what a process left that was killed before the directory was complete; it is new
+    // again then. Otherwise does nothing.
+    void start_over();
+
     // For a start that fails after the directory was opened: removes what this opening and the
     // stores in it made, when the directory was missing or empty before. Otherwise does nothing.
     void take_back() noexcept;
@@ -35,9 +47,15 @@ private:
 
     std::filesystem::path path_;
     Access access_;
+    std::optional<CardConfig> card_;
     bool is_new_ = false;
     bool made_directory_ = false;
     int lock_ = -1; // the directory itself
 };
+
+// The card that an existing state was made for, to go on with it without being told. None for a
+// directory that is missing, empty, somebody else's or not complete. Throws StateError for a
+// marker that cannot be read.
+std::optional<CardConfig> stored_card(const std::filesystem::path &state_directory);
 
 } // namespace vlc

@@ -126,7 +126,7 @@ NpStore::NpStore(const StateDirectory &directory, const CardConfig &config)
     check_range(directory, "NPs", config.num_nps, most_nps);
     // The first NP's file is made last: without it, what is there was left by a process that was
     // killed before it had made them all, and nothing was ever kept in them.
-    const bool complete = MappedFile::exists(np_file(directory, 0));
+    const bool complete = directory.is_complete() || MappedFile::exists(np_file(directory, 0));
     nps_.resize(config.num_nps);
     for (uint32_t i = 0; i < config.num_nps; ++i) {
         const uint32_t np = complete ? i : config.num_nps - 1 - i;

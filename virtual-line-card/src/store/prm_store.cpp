@@ -47,7 +47,8 @@ constexpr uint64_t prm_file_bytes = MappedFile::header_bytes + sizeof(HandleFile
 MappedFile open_handles(const StateDirectory &directory)
 {
     const std::filesystem::path path = directory.file("prm");
-    if (!MappedFile::exists(path) && directory.access() == Access::read_write) {
+    if (!MappedFile::exists(path) && !directory.is_complete() &&
+        directory.access() == Access::read_write) {
         return MappedFile::create(path, prm_kind, {}, prm_file_bytes, [](std::byte *) {});
     }
     return MappedFile::open(path, prm_kind, directory.access());

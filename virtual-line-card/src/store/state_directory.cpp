@@ -6,31 +6,22 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <fstream>
+#include <regex>
 #include <string>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "file_access.h"
+#include "state_marker.h"
 #include "vlc/state_error.h"
 
 namespace vlc {
 
 namespace {
 
-constexpr const char *marker_name = "virtual-line-card";
-constexpr const char *unfinished_marker_name = "virtual-line-card.new";
-constexpr std::string_view marker_text = "state of a virtual line card, version ";
-constexpr int state_version = 1;
-
 [[noreturn]] void fail(const std::filesystem::path &path, const std::string &why)
 {
     throw StateError(path.string() + ": " + why);
-}
-
-std::string text_of(int error)
-{
-    return std::generic_category().message(error);
 }
 
 // What a process killed while it made the directory may have left does not count.
@@ -44,38 +35,19 @@ bool holds_nothing(const std::filesystem::path &path)
     return true;
 }
 
-void check_marker(const std::filesystem::path &path)
+// What a card keeps in its directory, also under the name that it has while it is being made.
+bool is_ours(const std::string &file)
 {
-    std::ifstream file(path / marker_name);
-    std::string line;
-    if (!file || !std::getline(file, line)) {
-        fail(path / marker_name, "cannot be read");
-    }
-    if (!line.starts_with(marker_text)) {
-        fail(path / marker_name, "is not the marker of a virtual line card's state");
-    }
-    const std::string version = line.substr(marker_text.size());
-    if (version != std::to_string(state_version)) {
-        fail(path, "is of version " + version + ", and this program knows version " +
-                       std::to_string(state_version));
-    }
+    static const std::regex ours("(window|prm|np[0-9]+|answers[0-9]+|virtual-line-card)(\\.new)?");
+    return std::regex_match(file, ours);
 }
 
-// Under another name first, so that a marker is whole or missing.
-void write_marker(const std::filesystem::path &path)
+void remove_ours(const std::filesystem::path &path)
 {
-    const std::filesystem::path unfinished = path / unfinished_marker_name;
-    std::ofstream file(unfinished, std::ios::trunc);
-    file << marker_text << state_version << '\n';
-    file.close();
-    std::error_code error;
-    if (file) {
-        std::filesystem::rename(unfinished, path / marker_name, error);
-    }
-    if (!file || error) {
-        std::error_code ignored;
-        std::filesystem::remove(unfinished, ignored);
-        fail(path, "no file can be made in it" + (error ? ": " + error.message() : ""));
+    for (const auto &entry : std::filesystem::directory_iterator(path)) {
+        if (is_ours(entry.path().filename()) && entry.path().filename() != marker_name) {
+            std::filesystem::remove(entry.path());
+        }
     }
 }
 
@@ -102,7 +74,7 @@ StateDirectory::StateDirectory(std::filesystem::path path, Access access)
 
 void StateDirectory::open_existing()
 {
-    const int directory = open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int directory = open_file(path_, O_RDONLY | O_DIRECTORY);
     if (directory < 0) {
         fail(path_, errno == ENOTDIR ? "is no directory" : "cannot be opened: " + text_of(errno));
     }
@@ -113,7 +85,7 @@ void StateDirectory::open_existing()
                                          : "cannot be locked: " + text_of(errno));
     }
     if (std::filesystem::exists(path_ / marker_name)) {
-        check_marker(path_);
+        card_ = read_marker(path_);
         return;
     }
     if (access_ == Access::read_only || !holds_nothing(path_)) {
@@ -123,10 +95,32 @@ void StateDirectory::open_existing()
     }
     is_new_ = true;
     try {
-        write_marker(path_);
+        write_marker(path_, std::nullopt);
     } catch (...) {
         take_back();
         throw;
+    }
+}
+
+void StateDirectory::start_over()
+{
+    if (is_new_ || is_complete()) {
+        return;
+    }
+    try {
+        remove_ours(path_);
+    } catch (const std::filesystem::filesystem_error &error) {
+        fail(path_, "what is half made in it cannot be removed: " + error.code().message());
+    }
+    is_new_ = true;
+}
+
+void StateDirectory::complete(const CardConfig &card)
+{
+    if (!is_complete()) {
+        write_marker(path_, card);
+        card_ = card;
+        is_new_ = false;
     }
 }
 
@@ -135,11 +129,13 @@ void StateDirectory::take_back() noexcept
     if (!is_new_) {
         return;
     }
-    // It was empty before, so everything in it came from here.
-    std::error_code ignored;
-    for (const auto &entry : std::filesystem::directory_iterator(path_, ignored)) {
-        std::filesystem::remove(entry.path(), ignored);
+    try {
+        remove_ours(path_);
+    } catch (const std::exception &) {
+        // What cannot be removed stays; why the start failed is what is told.
     }
+    // The marker last: until then the rest is known as something half made.
+    unlink((path_ / marker_name).c_str());
     if (made_directory_) {
         rmdir(path_.c_str());
     }
@@ -159,11 +155,24 @@ StateDirectory::~StateDirectory()
 }
 
 StateDirectory::StateDirectory(StateDirectory &&other) noexcept
-    : path_(std::move(other.path_)), access_(other.access_),
+    : path_(std::move(other.path_)), access_(other.access_), card_(std::move(other.card_)),
       is_new_(std::exchange(other.is_new_, false)),
       made_directory_(std::exchange(other.made_directory_, false)),
       lock_(std::exchange(other.lock_, -1))
 {
+}
+
+std::optional<CardConfig> stored_card(const std::filesystem::path &state_directory)
+{
+    std::error_code error;
+    if (!std::filesystem::exists(state_directory, error) && !error) {
+        return std::nullopt;
+    }
+    if (std::filesystem::is_directory(state_directory, error) &&
+        !std::filesystem::exists(state_directory / marker_name, error) && !error) {
+        return std::nullopt;
+    }
+    return StateDirectory(state_directory, Access::read_only).card();
 }
 
 } // namespace vlc

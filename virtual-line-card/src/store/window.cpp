@@ -42,7 +42,8 @@ WindowHead &head_of(const MappedFile &file)
 MappedFile open_or_make(const StateDirectory &directory, uint64_t bytes)
 {
     const std::filesystem::path path = directory.file(window_file);
-    if (MappedFile::exists(path) || directory.access() == Access::read_only) {
+    if (MappedFile::exists(path) || directory.is_complete() ||
+        directory.access() == Access::read_only) {
         return MappedFile::open(path, window_kind, directory.access(), Window::address);
     }
     if (bytes < smallest_window || bytes > largest_window) {
