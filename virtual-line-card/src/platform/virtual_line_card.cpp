@@ -1,5 +1,9 @@
 #include "vlc/virtual_line_card.h"
 
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+
 #include "card_services.h"
 #include "embedded_prm.h"
 #include "prm_client.h"
@@ -15,16 +19,51 @@ constexpr uint32_t only_window = 1;
 
 VirtualLineCard *living_card = nullptr;
 
+// What a failed start made goes again.
+class TakenBackOnFailure {
+public:
+    explicit TakenBackOnFailure(StateDirectory &directory) : directory_(directory)
+    {
+        directory_.start_over();
+    }
+    ~TakenBackOnFailure() { directory_.take_back(); } // nothing once the directory is complete
+    TakenBackOnFailure(const TakenBackOnFailure &) = delete;
+    TakenBackOnFailure &operator=(const TakenBackOnFailure &) = delete;
+
+private:
+    StateDirectory &directory_;
+};
+
+std::string hexadecimal(uint32_t value)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%" PRIX32, value);
+    return text;
+}
+
+// Its type decides how a card's programs are understood, so a state stays with the one it has.
+const StateDirectory &of_type(const StateDirectory &directory, const CardConfig &config)
+{
+    if (directory.card() && directory.card()->card_type != config.card_type) {
+        throw StateError(directory.path().string() + ": was made for a card of type " +
+                         hexadecimal(directory.card()->card_type) + ", and " +
+                         hexadecimal(config.card_type) + " is asked for");
+    }
+    return directory;
+}
+
 } // namespace
 
 // In the order in which they are built on each other: the client's half goes first, then the event
-// manager with what is left on it, then PRM and the files.
+// manager with what is left on it, then PRM and the files. The window is opened behind the other
+// files: it alone is repaired in that, and a refused opening changes nothing.
 struct VirtualLineCard::State {
     CardConfig config;
     StateDirectory directory;
-    Window window;
+    TakenBackOnFailure start;
     NpStore nps;
     PrmStore prm_store;
+    Window window;
     Prm prm;
     EventManager events;
     EmbeddedPrm transport;
@@ -32,10 +71,12 @@ struct VirtualLineCard::State {
     bool data_path_statistics_started = false;
 
     State(const CardConfig &card, const std::filesystem::path &path)
-        : config(card), directory(path, Access::read_write), window(directory, config.window_bytes),
-          nps(directory, config), prm_store(directory), prm(nps, prm_store), transport(prm),
+        : config(card), directory(path, Access::read_write), start(directory),
+          nps(of_type(directory, config), config), prm_store(directory),
+          window(directory, config.window_bytes), prm(nps, prm_store), transport(prm),
           client(transport)
     {
+        directory.complete(config);
     }
 };
 

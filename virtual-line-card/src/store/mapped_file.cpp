@@ -8,9 +8,9 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
-#include <system_error>
 #include <utility>
 
+#include "file_access.h"
 #include "object_at.h"
 #include "publish.h"
 
@@ -38,11 +38,6 @@ uint64_t check_of(const FileHeader &header)
         sum = (sum ^ bytes[i]) * 0x100000001B3;
     }
     return sum;
-}
-
-std::string text_of(int error)
-{
-    return std::generic_category().message(error);
 }
 
 std::string hexadecimal(uint64_t value)
@@ -141,8 +136,7 @@ MappedFile MappedFile::create(const std::filesystem::path &path, const FileKind 
 {
     std::filesystem::path unfinished = path;
     unfinished += ".new";
-    const int descriptor =
-        ::open(unfinished.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0644);
+    const int descriptor = open_file(unfinished, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW);
     const int error = errno;
     MappedFile file(path, descriptor);
     if (descriptor < 0) {
@@ -198,7 +192,7 @@ MappedFile MappedFile::open(const std::filesystem::path &path, const FileKind &k
                             uintptr_t address)
 {
     const int mode = access == Access::read_only ? O_RDONLY : O_RDWR;
-    const int descriptor = ::open(path.c_str(), mode | O_CLOEXEC | O_NONBLOCK);
+    const int descriptor = open_file(path, mode | O_NONBLOCK);
     const int error = errno;
     MappedFile file(path, descriptor);
     struct stat found;
@@ -223,8 +217,10 @@ MappedFile MappedFile::open(const std::filesystem::path &path, const FileKind &k
     if (total < header_bytes) {
         file.fail("has a damaged header");
     }
-    if (access == Access::read_write) {
-        file.reserve(total); // a copy made on the way may have holes
+    // A copy that was made on the way may have holes.
+    const bool has_holes = static_cast<uint64_t>(found.st_blocks) * 512 < total;
+    if (access == Access::read_write && has_holes) {
+        file.reserve(total);
     }
     file.map(total, access, address);
     return file;

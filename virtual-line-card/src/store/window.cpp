@@ -39,19 +39,40 @@ WindowHead &head_of(const MappedFile &file)
     return *object_at<WindowHead>(file.data(), MappedFile::kind_area);
 }
 
+uint64_t whole_pages(uint64_t bytes)
+{
+    return (bytes + page_bytes - 1) / page_bytes * page_bytes;
+}
+
+void check_size(const StateDirectory &directory, const MappedFile &file, uint64_t bytes)
+{
+    const uint64_t asked = whole_pages(bytes);
+    if (!directory.is_complete() || directory.access() == Access::read_only ||
+        file.bytes() == asked) {
+        return;
+    }
+    const bool whole = (file.bytes() | asked) % (uint64_t{1} << 20) == 0;
+    const unsigned unit = whole ? 20 : 0;
+    throw StateError("the window of " + directory.path().string() + " has " +
+                     std::to_string(file.bytes() >> unit) + (whole ? " MiB" : " bytes") + ", and " +
+                     std::to_string(asked >> unit) + " are asked for");
+}
+
 MappedFile open_or_make(const StateDirectory &directory, uint64_t bytes)
 {
     const std::filesystem::path path = directory.file(window_file);
     if (MappedFile::exists(path) || directory.is_complete() ||
         directory.access() == Access::read_only) {
-        return MappedFile::open(path, window_kind, directory.access(), Window::address);
+        MappedFile file = MappedFile::open(path, window_kind, directory.access(), Window::address);
+        check_size(directory, file, bytes);
+        return file;
     }
     if (bytes < smallest_window || bytes > largest_window) {
         throw StateError(path.string() + ": a window of " + std::to_string(bytes) +
                          " bytes cannot be made; it takes " + std::to_string(smallest_window) +
                          " to " + std::to_string(largest_window));
     }
-    const uint64_t total = (bytes + page_bytes - 1) / page_bytes * page_bytes;
+    const uint64_t total = whole_pages(bytes);
     const auto fill = [total](std::byte *data) {
         BlockHeap(data, first_word, end_of_blocks(total)).format();
     };
@@ -75,6 +96,9 @@ struct Window::State {
         : file(open_or_make(directory, bytes)), head(head_of(checked(file))),
           heap(file.data(), first_word, end_of_blocks(file.bytes()))
     {
+        if (head.resetting == 0 && head.root != 0 && !contains(head.root)) {
+            file.fail("has a root outside the window");
+        }
         if (head.resetting != 0) {
             gone = directory.access() == Access::read_only;
             if (!gone) {
@@ -82,9 +106,6 @@ struct Window::State {
             }
         } else {
             load(directory.access());
-        }
-        if (head.root != 0 && !gone && !contains(head.root)) {
-            file.fail("has a root outside the window");
         }
     }
 
