@@ -164,6 +164,20 @@ TEST_F(StatCollection, AServiceMayDeleteAnEntryWhileItHearsOfIt)
     EXPECT_NE(stored_node(1, 79), nullptr);
 }
 
+TEST_F(StatCollection, AServiceThatDeletesItsLastEntryHearsNoMoreOfThatKey)
+{
+    context.app_stats_handler[1] = report_and_delete;
+    create(1, 70);
+    create(2, 79);
+    EXPECT_EQ(inline_svc_stats_collection(), 0u);
+    EXPECT_EQ(reports, (Reports{{1, 0, begin, 0, 0},
+                                {1, 70, entry, 0, 0},
+                                {2, 0, begin, 0, 0},
+                                {2, 79, entry, 0, 0},
+                                {2, 0, end, 1, 0}}));
+    EXPECT_EQ(root->main_table[1], nullptr);
+}
+
 TEST_F(StatCollection, AnEmptyCardIsCollectedWithoutACall)
 {
     EXPECT_EQ(inline_svc_stats_collection(), 0u);

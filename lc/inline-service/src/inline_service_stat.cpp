@@ -198,6 +198,8 @@ void inline_svc_main_index_collect_stat(uint32_t uidb_index)
             stats_sum sum = {};
             inline_svc_node_get_stat(node, &sum);
             report(uidb_index, node->app_node.entry_id, stat_entry, sum.first, sum.second);
+            if (stored_entry(uidb_index) != main) // the callback let the whole key go
+                return;
         }
     }
     ++main->stat_round;
