@@ -9,6 +9,11 @@ function(card_test name)
     target_link_libraries(${name} PRIVATE ${ARG_LIBRARIES} GTest::gtest project_warnings)
     # What is tested is built as it ships; the tests themselves only have to be built soon.
     target_compile_options(${name} PRIVATE -O0)
+    list(LENGTH ARG_SOURCES count)
+    if(count GREATER 4)
+        target_precompile_headers(${name} PRIVATE <gtest/gtest.h> <algorithm> <filesystem>
+                                  <functional> <string> <vector>)
+    endif()
     set_target_properties(${name} PROPERTIES ENABLE_EXPORTS ON)
     gtest_discover_tests(${name} TEST_PREFIX "${name}." DISCOVERY_TIMEOUT 60
                          PROPERTIES TIMEOUT 300)

@@ -5,6 +5,6 @@ target_compile_options(project_warnings INTERFACE
     -Wnull-dereference -Wundef -Wvla -Werror
     $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor -Woverloaded-virtual -Wold-style-cast
                               -Wextra-semi>)
-# The paths that end up in binaries do not depend on where the tree was checked out.
+# The paths that the code itself shows do not depend on where the tree was checked out.
 target_compile_options(project_warnings INTERFACE
-    "-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=pellam/")
+    "-fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=pellam/")
