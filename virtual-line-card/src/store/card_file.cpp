@@ -1,17 +1,14 @@
 #include <algorithm>
-#include <cerrno>
 #include <cstdint>
-#include <fstream>
 #include <functional>
 #include <iterator>
 #include <limits>
-#include <sstream>
 #include <string>
-#include <system_error>
 
 #define TOML_EXCEPTIONS 1
 #include <toml++/toml.h>
 
+#include "file_access.h"
 #include "vlc/card_config.h"
 #include "vlc/nearest_name.h"
 #include "vlc/state_error.h"
@@ -52,7 +49,7 @@ public:
 
     CardConfig load()
     {
-        const std::string text = read();
+        const std::string text = read_file(path_);
         toml::table document;
         try {
             document = toml::parse(text, path_.string());
@@ -71,22 +68,6 @@ private:
     {
         throw StateError(path_.string() + ":" + std::to_string(where.begin.line) + ":" +
                          std::to_string(where.begin.column) + ": " + why);
-    }
-
-    std::string read() const
-    {
-        errno = 0;
-        std::ifstream file(path_, std::ios::binary);
-        std::ostringstream text;
-        const bool empty = file && file.peek() == std::ifstream::traits_type::eof() && !file.bad();
-        if (!empty) {
-            text << file.rdbuf();
-        }
-        if (!empty && (!file || !text)) {
-            throw StateError(path_.string() + ": cannot be read: " +
-                             std::generic_category().message(errno != 0 ? errno : EIO));
-        }
-        return text.str();
     }
 
     void read_table(const toml::key &name, const toml::node &node, CardConfig &config) const
@@ -162,7 +143,10 @@ private:
         for (const NumberKey &known : number_keys) {
             consider(std::string(known.table) + "." + known.key);
         }
-        fail(where, "'" + name + "' is not known; the nearest known name is '" + nearest + "'");
+        // Further away, it is hardly what was meant.
+        const bool near = distance <= (name.size() + 1) / 2;
+        fail(where, "'" + name + "' is not known" +
+                        (near ? "; the nearest known name is '" + nearest + "'" : ""));
     }
 
     std::filesystem::path path_;
