@@ -9,8 +9,9 @@
 
 namespace vlc {
 
-// Throws StateError, naming the file, when it cannot be opened, is no capture, has another link type
-// than Ethernet and LINUX_SLL (named), or breaks off in the middle (with the number of the packet).
+// Throws StateError, naming the file, when it cannot be opened, is no capture, has another link
+// type than Ethernet and LINUX_SLL (named), or breaks off in the middle (with the number of the
+// packet).
 class CaptureReader {
 public:
     explicit CaptureReader(const std::filesystem::path &file);

@@ -67,6 +67,13 @@ const char *as_text(uint64_t word)
     return text ? text : "(null)";
 }
 
+// With a precision, a text need not end where its buffer does.
+std::string precision_of(const Conversion &conversion)
+{
+    const size_t dot = conversion.adjust.find('.');
+    return dot == std::string_view::npos ? "" : std::string(conversion.adjust.substr(dot));
+}
+
 struct Argument {
     std::string in_text;
     std::string alone;
@@ -85,7 +92,8 @@ Argument render_argument(const Conversion &conversion, uint64_t word)
     case 'c':
         return {formatted(adjust + 'c', static_cast<int>(word)), std::to_string(word & 0xFF)};
     case 's':
-        return {formatted(adjust + 's', as_text(word)), '"' + std::string(as_text(word)) + '"'};
+        return {formatted(adjust + 's', as_text(word)),
+                '"' + formatted('%' + precision_of(conversion) + 's', as_text(word)) + '"'};
     case 'p':
         return {formatted("%#llx", static_cast<unsigned long long>(word)),
                 formatted("%#llx", static_cast<unsigned long long>(word))};

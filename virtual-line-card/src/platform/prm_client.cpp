@@ -69,8 +69,7 @@ void PrmClient::after(void *evm, std::chrono::nanoseconds delay, std::function<v
         events->after(delay, while_alive(std::move(task)));
 }
 
-// ---- connections
-// ---------------------------------------------------------------------------------
+// ---- connections -------------------------------------------------------------------------------
 
 uint32_t PrmClient::open(void *evm, const char *client, prm_notif_fn notif, void *context,
                          void **conn)
@@ -94,8 +93,7 @@ void PrmClient::notify(const Connection &connection, PrmEvent event)
     });
 }
 
-// ---- handles and requests
-// ------------------------------------------------------------------------
+// ---- handles and requests ----------------------------------------------------------------------
 
 uint32_t PrmClient::find_handle(const char *name, void **handle)
 {
@@ -152,8 +150,7 @@ uint32_t PrmClient::request(void *handle, TableKind table, uint32_t operation,
     return record ? prm_.request(number, table, operation, *record) : uint32_t{prm_bad_record};
 }
 
-// ---- answers
-// -------------------------------------------------------------------------------------
+// ---- answers -----------------------------------------------------------------------------------
 
 uint32_t PrmClient::read_answer(void *handle, prm_async_response *response)
 {
@@ -212,8 +209,7 @@ void PrmClient::call_back(uint32_t handle, uint64_t generation)
     schedule_callback(handle, made_progress ? std::chrono::nanoseconds(0) : idle_callback_delay);
 }
 
-// ---- delay queue
-// ---------------------------------------------------------------------------------
+// ---- delay queue -------------------------------------------------------------------------------
 
 uint32_t PrmClient::set_up_delay_queue(void *handle, uint32_t depth, uint32_t seconds,
                                        prm_delay_fn delay)
@@ -241,8 +237,7 @@ uint32_t PrmClient::process_delayed(uint32_t refnum)
     return 0;
 }
 
-// ---- statistics
-// ----------------------------------------------------------------------------------
+// ---- statistics --------------------------------------------------------------------------------
 
 uint32_t PrmClient::prepare_statistics() const
 {

@@ -54,6 +54,13 @@ TEST(EventTexts, IntegersAreRenderedAsPrintfDoes)
     expect_like_printf("%c", 'q');
 }
 
+TEST(EventTexts, AStringAloneEndsWhereItsPrecisionDoes)
+{
+    EXPECT_EQ("\"ab\"", alone("%.2s", word_of("abc")));
+    EXPECT_EQ("\"ab\"", alone("%-9.2s", word_of("abc")));
+    EXPECT_EQ("\"abc\"", alone("%9s", word_of("abc")));
+}
+
 TEST(EventTexts, StringsAreReadAtTheirAddress)
 {
     EXPECT_EQ("<abc>", text_of("<%s>", {word_of("abc")}));
