@@ -201,6 +201,14 @@ private:
             add("counted by destination", sum_of_run(report_.destinations));
             add("counted by address", sum_of_run(report_.addresses));
             add("hit nothing", {report_.traffic.missed_packets, report_.traffic.missed_bytes});
+            const auto add_packets = [&sums](const char *what, uint64_t packets) {
+                if (packets > 0)
+                    sums.push_back({what, grouped(packets), ""});
+            };
+            add_packets("missed by destination",
+                        traffic_of(report_, vlc::TableKind::service_config).misses);
+            add_packets("missed by address", traffic_of(report_, vlc::TableKind::ext_conf).misses);
+            add_packets("hit and not counted", uncounted_hits(report_));
         }
         if (count_entries(report_).found > 0) {
             add("by destination, with earlier runs", sum_of_totals(report_.destinations));

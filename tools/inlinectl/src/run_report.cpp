@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform_card.h"
+#include "numbers.h"
 
 namespace inlinectl {
 namespace {
@@ -58,16 +58,53 @@ MeterCount sum_of_totals(const std::vector<MeterEntry> &entries)
     return sum_of(entries, [](const MeterEntry &entry) { return entry.total; });
 }
 
+TableTraffic traffic_of(const RunReport &report, vlc::TableKind table)
+{
+    TableTraffic sum;
+    for (const vlc::NpTotals &np : report.traffic.nps) {
+        const uint64_t hits = np.hits[static_cast<size_t>(table)];
+        sum.hits += hits;
+        sum.misses += np.packets - hits;
+    }
+    return sum;
+}
+
+uint64_t uncounted_hits(const RunReport &report)
+{
+    uint64_t sum = 0;
+    for (const vlc::NpTotals &np : report.traffic.nps)
+        sum += np.uncounted_hits;
+    return sum;
+}
+
+std::vector<std::string> counting_problems(const RunReport &report)
+{
+    std::vector<std::string> problems;
+    if (const uint64_t hits = uncounted_hits(report); hits > 0)
+        problems.push_back(counted(hits, "hit", "hits") + " of rows that name no counter");
+    // Entries that share counters each show what all of them counted: nothing to hold against it.
+    if (shares_counters(report.card))
+        return problems;
+    const auto compare = [&](vlc::TableKind table, const std::vector<MeterEntry> &entries) {
+        const uint64_t hits = traffic_of(report, table).hits;
+        const uint64_t packets = sum_of_run(entries).packets;
+        const std::string name = table_name(static_cast<uint32_t>(table));
+        if (packets < hits)
+            problems.push_back(counted(hits - packets, "packet", "packets") + " that hit " + name +
+                               " were counted by no entry: an NP's row has another counter than "
+                               "its entry");
+        if (packets > hits)
+            problems.push_back("the entries of " + name + " counted " + grouped(packets - hits) +
+                               " packets more than hit it");
+    };
+    compare(vlc::TableKind::service_config, report.destinations);
+    compare(vlc::TableKind::ext_conf, report.addresses);
+    return problems;
+}
+
 bool shares_counters(const vlc::CardConfig &card)
 {
-    switch (card.card_type) {
-#define CARD_TYPE_COUNTER_UNSWAPPED(name, code) case code:
-#include "card_types.def"
-#undef CARD_TYPE_COUNTER_UNSWAPPED
-        return true;
-    default:
-        return false;
-    }
+    return vlc::takes_counters_unswapped(card.card_type);
 }
 
 } // namespace inlinectl

@@ -52,6 +52,17 @@ EntryCounts count_entries(const RunReport &report);
 services::MeterCount sum_of_run(const std::vector<services::MeterEntry> &entries);
 services::MeterCount sum_of_totals(const std::vector<services::MeterEntry> &entries);
 
+// What the data plane saw of one table, over all NPs. It counts what entries cannot.
+struct TableTraffic {
+    uint64_t hits = 0;
+    uint64_t misses = 0;
+};
+TableTraffic traffic_of(const RunReport &report, vlc::TableKind table);
+uint64_t uncounted_hits(const RunReport &report); // of rows that name no counter
+
+// One line for each way in which the entries' counts are short of the traffic.
+std::vector<std::string> counting_problems(const RunReport &report);
+
 // Whether the card's NPs read a counter's upper three bytes alone, so that entries share counters.
 bool shares_counters(const vlc::CardConfig &card);
 

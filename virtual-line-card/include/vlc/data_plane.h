@@ -19,8 +19,8 @@ struct NpTotals {
 };
 
 struct DataPlaneTotals {
-    uint64_t packets = 0; // every one given in
-    uint64_t bytes = 0;   // wire lengths
+    uint64_t packets = 0;        // every one given in
+    uint64_t bytes = 0;          // wire lengths
     uint64_t missed_packets = 0; // read, and hit in no table
     uint64_t missed_bytes = 0;
     std::array<uint64_t, static_cast<size_t>(Unreadable::reasons)> unreadable{};
@@ -39,6 +39,9 @@ private:
     bool unswapped_; // how this card type reads a counter's number in a result
     DataPlaneTotals totals_;
 };
+
+// Whether NPs of this card type take the counter in a result without an exchange of its bytes.
+bool takes_counters_unswapped(uint32_t card_type);
 
 // The number of the counter that a result carries in its bytes 1 to 3, as this card type reads it.
 // Card types that take it unswapped get the number's upper three bytes only, so their NPs count on

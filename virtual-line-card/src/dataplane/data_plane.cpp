@@ -15,11 +15,6 @@ constexpr uint32_t unswapped_card_types[] = {
 #undef CARD_TYPE_COUNTER_UNSWAPPED
 };
 
-bool takes_counters_unswapped(uint32_t card_type)
-{
-    return std::ranges::find(unswapped_card_types, card_type) != std::end(unswapped_card_types);
-}
-
 uint64_t mix(uint64_t word)
 {
     word = (word ^ word >> 32) * 0xd6e8feb86659fd93u;
@@ -51,6 +46,11 @@ bool look_up(Np &np, NpTotals &totals, TableKind kind, Bytes key, bool unswapped
 }
 
 } // namespace
+
+bool takes_counters_unswapped(uint32_t card_type)
+{
+    return std::ranges::find(unswapped_card_types, card_type) != std::end(unswapped_card_types);
+}
 
 uint32_t counter_in_result(Bytes result, bool unswapped) noexcept
 {
