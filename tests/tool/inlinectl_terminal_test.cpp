@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "made_capture.h"
+#include "progress.h"
 #include "terminal.h"
 #include "tool_process.h"
 
@@ -20,10 +21,11 @@ constexpr const char *capture = "/tmp/traffic.pcap";
 constexpr const char *bold = "\033[1m";
 constexpr const char *end_of_paint = "\033[0m";
 
-// Everything that a program writes on a terminal of 80 by 24, output and errors together.
-std::string on_terminal(const std::vector<std::string> &arguments, const char *no_color)
+// Everything that a program writes on a terminal of 24 lines, output and errors together.
+std::string on_terminal(const std::vector<std::string> &arguments, const char *no_color,
+                        unsigned short columns = 80)
 {
-    const winsize size{.ws_row = 24, .ws_col = 80, .ws_xpixel = 0, .ws_ypixel = 0};
+    const winsize size{.ws_row = 24, .ws_col = columns, .ws_xpixel = 0, .ws_ypixel = 0};
     int terminal = -1;
     const pid_t child = forkpty(&terminal, nullptr, nullptr, &size);
     if (child == 0) {
@@ -125,6 +127,42 @@ TEST(InlinectlElsewhere, FitsEightyColumns)
         const size_t columns = std::mbstowcs(nullptr, line.c_str(), 0);
         EXPECT_LE(columns, 80u) << line;
     }
+}
+
+TEST(AProgressLine, IsShorterThanItsTerminal)
+{
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    for (size_t columns = 1; columns <= 120; ++columns) {
+        const std::string line =
+            inlinectl::progress_line("replaying", 0.5, " 50%  1,234,567 packets", columns, true);
+        EXPECT_LT(std::mbstowcs(nullptr, line.c_str(), 0), columns) << line;
+    }
+}
+
+TEST(AProgressLine, GivesUpItsBarBeforeItsText)
+{
+    const auto line = [](size_t columns) {
+        return inlinectl::progress_line("reading", 0.5, " 50%  7 packets", columns, false);
+    };
+    EXPECT_EQ(line(80), "reading     [###############               ]  50%  7 packets");
+    EXPECT_EQ(line(41), "reading     [#####     ]  50%  7 packets");
+    EXPECT_EQ(line(30), "reading      50%  7 packets");
+    EXPECT_EQ(line(10), "reading  ");
+}
+
+TEST(InlinectlOnATerminal, DrawsNoLineWiderThanANarrowTerminal)
+{
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+    const std::string seen = on_terminal(run_of(20000), "1", 40);
+    size_t drawn = 0;
+    for (size_t at = seen.find('\r'); at != std::string::npos; at = seen.find('\r', at + 1)) {
+        const size_t end = seen.find("\033[K", at);
+        if (end == std::string::npos)
+            break;
+        EXPECT_LT(std::mbstowcs(nullptr, seen.substr(at + 1, end - at - 1).c_str(), 0), 40u);
+        ++drawn;
+    }
+    EXPECT_GT(drawn, 0u) << seen;
 }
 
 TEST(AShareBar, IsAsWideAsAskedWhateverTheShare)

@@ -7,6 +7,10 @@
 
 namespace inlinectl {
 
+// One line shorter than the terminal's columns: the bar gives way first, then the text's end.
+std::string progress_line(std::string doing, double share, const std::string &rest, size_t columns,
+                          bool unicode);
+
 class Progress {
 public:
     explicit Progress(bool shown);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <langinfo.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 namespace inlinectl {
@@ -42,6 +43,15 @@ Style standard_output_style()
 bool standard_error_draws()
 {
     return is_drawing_terminal(STDERR_FILENO);
+}
+
+size_t standard_error_columns()
+{
+    constexpr size_t usual = 80;
+    winsize size{};
+    if (ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return usual;
+    return size.ws_col;
 }
 
 std::string bar(double share, size_t width, bool unicode)

@@ -27,6 +27,9 @@ Style standard_output_style();
 // A terminal on standard error that can redraw its line.
 bool standard_error_draws();
 
+// How wide the terminal on standard error is now; 80 where it does not say.
+size_t standard_error_columns();
+
 // `share` of `width` cells as a bar, filled up with blanks. Eighths of a cell in Unicode, whole
 // cells otherwise; what is above 0 shows at least the smallest step.
 std::string bar(double share, size_t width, bool unicode);
