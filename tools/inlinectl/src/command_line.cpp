@@ -1,7 +1,9 @@
 #include "command_line.h"
 
+#include <algorithm>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <CLI/CLI.hpp>
@@ -67,26 +69,50 @@ std::vector<std::string> option_names(const CLI::App &app)
     return names;
 }
 
+std::string name_of_option(const std::string &argument)
+{
+    return argument.substr(0, argument.find('='));
+}
+
 [[noreturn]] void refuse(const std::string &what, const std::string &given,
                          const std::vector<std::string> &known)
 {
     throw UsageError(what + " '" + given + "'" + did_you_mean(given, known));
 }
 
-void refuse_extras(const CLI::App &app, const CLI::App &run)
+// What stands behind it would be an option's name no more, and nothing else is taken.
+void refuse_end_of_options(int argc, const char *const *argv)
 {
-    const CLI::App &asked = run.parsed() ? run : app;
-    std::vector<std::string> extras = app.remaining();
-    for (const std::string &extra : run.remaining())
-        extras.push_back(extra);
+    if (std::any_of(argv, argv + argc, [](std::string_view word) { return word == "--"; }))
+        throw UsageError("'--' ends the options, and nothing stands behind them");
+}
+
+void refuse_extras_of_run(const CLI::App &run)
+{
+    const std::vector<std::string> extras = run.remaining();
     if (extras.empty())
         return;
     const std::string &first = extras.front();
     if (first.starts_with("-"))
-        refuse("unknown option", first.substr(0, first.find('=')), option_names(asked));
-    if (!run.parsed())
-        refuse("unknown command", first, {run.get_name()});
+        refuse("unknown option", name_of_option(first), option_names(run));
     throw UsageError("unexpected argument '" + first + "'; captures are given with --pcap");
+}
+
+// What stands in front of the command, or without one.
+void refuse_extras_of_tool(const CLI::App &app, const CLI::App &run)
+{
+    const std::vector<std::string> extras = app.remaining();
+    if (extras.empty())
+        return;
+    const std::string &first = extras.front();
+    if (!first.starts_with("-"))
+        refuse("unknown command", first, {run.get_name()});
+    const std::string option = name_of_option(first);
+    const std::vector<std::string> of_run = option_names(run);
+    if (std::ranges::find(of_run, option) != of_run.end())
+        throw UsageError("option '" + option + "' belongs to run and stands behind it: " +
+                         "'inlinectl run " + option + "'");
+    refuse("unknown option", option, option_names(app));
 }
 
 std::string first_line(const std::string &text)
@@ -112,7 +138,9 @@ CommandLine parse_command_line(int argc, const char *const *argv)
     } catch (const CLI::ParseError &error) {
         throw UsageError(first_line(error.what()));
     }
-    refuse_extras(app, *run);
+    refuse_end_of_options(argc, argv);
+    refuse_extras_of_tool(app, *run);
+    refuse_extras_of_run(*run);
     if (!run->parsed())
         throw UsageError("no command given; 'inlinectl --help' lists them");
     if (line.run.captures.empty() && !line.run.scenario_file && !line.run.state_directory)

@@ -1,28 +1,10 @@
 #include "nearest_name.h"
 
 #include <algorithm>
-#include <numeric>
+
+#include "vlc/nearest_name.h"
 
 namespace inlinectl {
-namespace {
-
-size_t edits_between(std::string_view one, std::string_view other)
-{
-    std::vector<size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < one.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < other.size(); ++j) {
-            const size_t replaced = diagonal + (one[i] == other[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row[other.size()];
-}
-
-} // namespace
 
 std::string did_you_mean(std::string_view given, const std::vector<std::string> &known)
 {
@@ -31,7 +13,7 @@ std::string did_you_mean(std::string_view given, const std::vector<std::string> 
     size_t fewest = near_enough + 1;
     for (const std::string &name : known) {
         // A name that was begun is meant, however long its rest.
-        const size_t edits = name.starts_with(given) ? 0 : edits_between(given, name);
+        const size_t edits = name.starts_with(given) ? 0 : vlc::edit_distance(given, name);
         if (edits < fewest) {
             nearest = name;
             fewest = edits;
