@@ -33,6 +33,8 @@ void redirect(int descriptor, const char *file)
     for (const std::string &argument : invocation.arguments)
         arguments.push_back(const_cast<char *>(argument.c_str()));
     arguments.push_back(nullptr);
+    for (const int descriptor : invocation.closed)
+        close(descriptor);
     execv(invocation.program.c_str(), arguments.data());
     _exit(127);
 }

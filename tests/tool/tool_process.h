@@ -23,6 +23,7 @@ struct Invocation {
     Environment environment = {};
     std::string out_file = "/tmp/test.out";
     std::function<void(pid_t)> while_it_runs = {};
+    std::vector<int> closed = {}; // descriptors that the program begins without
 };
 
 Outcome run_program(const Invocation &invocation);
