@@ -170,6 +170,19 @@ TEST_F(InlinectlRun, PrintsThisReport)
               "Hardware failures: none\n");
 }
 
+TEST_F(InlinectlRun, ShowsWhatMissedOneTableAlone)
+{
+    write_file("/tmp/card.toml", "[nps]\next_conf_rows = 1\n");
+    const Outcome outcome =
+        run({"run", "--nps", "1", "--card", "/tmp/card.toml", "--pcap", capture}, {"LC_ALL=C"});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_NE(outcome.out.find("\nhit nothing                   0      0\n"
+                               "missed by address             1\n"),
+              std::string::npos)
+        << outcome.out;
+    EXPECT_EQ(outcome.out.find("missed by destination"), std::string::npos);
+}
+
 TEST_F(InlinectlRun, ShowsTwentyDestinationsAndTenAddressesMostBytesFirst)
 {
     std::vector<MadePacket> packets;
@@ -241,6 +254,24 @@ TEST_F(InlinectlState, ARunWithoutCapturesShowsWhatIsThere)
     EXPECT_NE(outcome.out.find("Destinations by bytes since they were programmed, 3 of 3"),
               std::string::npos);
     EXPECT_NE(outcome.out.find("tcp 192.0.2.1:80"), std::string::npos);
+}
+
+TEST_F(InlinectlState, AStateGoesOnAsTheCardItWasMadeFor)
+{
+    write_file("/tmp/card.toml", "[card]\nname = \"lab\"\n[nps]\ncount = 5\n");
+    report({"--state", state, "--card", "/tmp/card.toml", "--pcap", capture});
+    const json out = report({"--state", state});
+    EXPECT_EQ(out["card"]["nps"], 5);
+    EXPECT_EQ(out["card"]["name"], "lab");
+    EXPECT_EQ(out["entries"]["found"], 5);
+}
+
+TEST_F(InlinectlState, ARefusalOfAnotherCardNamesTheRemedy)
+{
+    report({"--state", state, "--pcap", capture});
+    expect_refusal({"run", "--state", state, "--nps", "4"},
+                   "/tmp/state: was made for a card of 2 NPs, type 0xD20001, not of 4 NPs, type "
+                   "0xD20001; without --card and --nps it goes on as it is");
 }
 
 TEST_F(InlinectlState, AnotherNumberOfNpsIsRefused)
@@ -382,7 +413,11 @@ TEST_F(InlinectlFailures, AWindowThatIsFullLeavesNothingProgrammedAndSaysSo)
     EXPECT_EQ(outcome.exit_code, 1);
     EXPECT_TRUE(outcome.err.starts_with("inlinectl: a batch of 64 entries for key 1 was refused"))
         << outcome.err;
-    EXPECT_NE(outcome.err.find(" 0 are left\n"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find(" 0 are left; before it the window held "), std::string::npos)
+        << outcome.err;
+    EXPECT_NE(outcome.err.find(" of 1,044,480 bytes; see window.mebibytes in the card file\n"),
+              std::string::npos)
+        << outcome.err;
 }
 
 TEST_F(InlinectlFailures, AReportThatCannotBeWrittenIsAFailure)
@@ -430,6 +465,21 @@ TEST_F(InlinectlUsage, ErrorsAreOneLineWithTheNearestName)
     expect_refusal({"run"}, "nothing to run: give --pcap, --scenario or --state");
     expect_refusal({"run", capture},
                    "unexpected argument '/tmp/traffic.pcap'; captures are given with --pcap");
+}
+
+TEST_F(InlinectlUsage, AnOptionOfRunInFrontOfItIsSentBehindIt)
+{
+    const std::string line =
+        "option '--pcap' belongs to run and stands behind it: 'inlinectl run --pcap'";
+    expect_refusal({"--pcap", capture, "run"}, line);
+    expect_refusal({"--pcap", capture}, line);
+    expect_refusal({"--pcap=x", "run"}, line);
+}
+
+TEST_F(InlinectlUsage, NoNameIsOfferedForItself)
+{
+    expect_refusal({"run", "--", "--pcap", capture},
+                   "'--' ends the options, and nothing stands behind them");
 }
 
 TEST_F(InlinectlUsage, ANumberOfNpsIsFromOneToEight)

@@ -4,6 +4,7 @@
 
 #include "interrupt.h"
 #include "vlc/capture_reader.h"
+#include "vlc/state_error.h"
 
 namespace inlinectl {
 namespace {
@@ -60,15 +61,21 @@ private:
 
 } // namespace
 
-vlc::DataPlaneTotals replay(vlc::VirtualLineCard &card, services::TrafficMeter &meter,
-                            const std::vector<std::filesystem::path> &captures, Progress &progress)
+Replayed replay(vlc::VirtualLineCard &card, services::TrafficMeter &meter,
+                const std::vector<std::filesystem::path> &captures, Progress &progress)
 {
+    Replayed outcome;
     Replay replaying(card, meter, progress);
-    for (size_t place = 0; place < captures.size(); ++place)
-        replaying.run(captures[place], place, captures.size());
+    try {
+        for (size_t place = 0; place < captures.size(); ++place)
+            replaying.run(captures[place], place, captures.size());
+    } catch (const vlc::StateError &changed_since_the_scan) {
+        outcome.failure = changed_since_the_scan.what();
+    }
     meter.collect();
     progress.clear();
-    return replaying.totals();
+    outcome.traffic = replaying.totals();
+    return outcome;
 }
 
 } // namespace inlinectl

@@ -1,5 +1,7 @@
 #include "run_command.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <iostream>
 #include <iterator>
@@ -14,14 +16,23 @@
 #include "run_report.h"
 #include "scenario.h"
 #include "service_host.h"
+#include "standard_streams.h"
 #include "temporary_directory.h"
 #include "terminal.h"
 #include "traffic_meter.h"
+#include "vlc/state_directory.h"
 #include "vlc/state_error.h"
 #include "vlc/virtual_line_card.h"
 
 namespace inlinectl {
 namespace {
+
+std::string card_text(const vlc::CardConfig &card)
+{
+    std::array<char, 16> type{};
+    std::snprintf(type.data(), type.size(), "0x%X", card.card_type);
+    return counted(card.num_nps, "NP", "NPs") + ", type " + type.data();
+}
 
 // Everything that a run reads, read before anything is made.
 struct RunInput {
@@ -29,13 +40,29 @@ struct RunInput {
     std::vector<services::Destination> wanted;
 };
 
+// A state goes on as the card that it was made for.
+vlc::CardConfig card_of(const RunOptions &options)
+{
+    std::optional<vlc::CardConfig> stored;
+    if (options.state_directory)
+        stored = vlc::stored_card(*options.state_directory);
+    if (stored && !options.card_file && !options.num_nps)
+        return *stored;
+    vlc::CardConfig card = options.card_file ? vlc::load_card_file(*options.card_file)
+                                             : stored.value_or(vlc::CardConfig{});
+    if (options.num_nps)
+        card.num_nps = *options.num_nps;
+    if (stored && (card.num_nps != stored->num_nps || card.card_type != stored->card_type))
+        throw UsageError(options.state_directory->string() + ": was made for a card of " +
+                         card_text(*stored) + ", not of " + card_text(card) +
+                         "; without --card and --nps it goes on as it is");
+    return card;
+}
+
 RunInput read_input(const RunOptions &options, Progress &progress)
 {
     RunInput input;
-    if (options.card_file)
-        input.card = vlc::load_card_file(*options.card_file);
-    if (options.num_nps)
-        input.card.num_nps = *options.num_nps;
+    input.card = card_of(options);
     if (options.scenario_file)
         input.wanted = load_scenario(*options.scenario_file);
     CaptureScan scan = scan_captures(options.captures, progress);
@@ -91,23 +118,32 @@ private:
     {
         const auto between_batches = [this](size_t made, size_t to_make) {
             settle();
+            fullest_ = std::max(fullest_, card_.window().usage().bytes_in_use);
             progress_.show("programming", static_cast<double>(made) / static_cast<double>(to_make),
                            made, "entries");
             return !interrupted();
         };
+        fullest_ = card_.window().usage().bytes_in_use;
         const auto programmed = meter_->program(input_.wanted, between_batches);
         if (!programmed.failure.empty())
-            report_.problems.push_back(programmed.failure);
+            report_.problems.push_back(programmed.failure + "; before it " + window_text());
         progress_.clear();
+    }
+
+    // A refused batch gives the key's blocks back, so what the window held is from before it.
+    std::string window_text()
+    {
+        return "the window held " + grouped(fullest_) + " of " +
+               grouped(card_.window().usage().bytes_total) +
+               " bytes; see window.mebibytes in the card file";
     }
 
     void replay_captures()
     {
-        try {
-            report_.traffic = replay(card_, *meter_, options_.captures, progress_);
-        } catch (const vlc::StateError &changed_since_the_scan) {
-            report_.problems.emplace_back(changed_since_the_scan.what());
-        }
+        Replayed replayed = replay(card_, *meter_, options_.captures, progress_);
+        report_.traffic = std::move(replayed.traffic);
+        if (!replayed.failure.empty())
+            report_.problems.push_back(std::move(replayed.failure));
     }
 
     void conclude()
@@ -125,6 +161,8 @@ private:
         if (const uint64_t missed = report_.failures.missed_messages(); missed > 0)
             report_.problems.push_back(counted(missed, "message", "messages") +
                                        " of the library could not be read in time");
+        for (std::string &problem : counting_problems(report_))
+            report_.problems.push_back(std::move(problem));
         if (report_.interrupted)
             report_.problems.emplace_back("interrupted");
     }
@@ -135,6 +173,7 @@ private:
     vlc::VirtualLineCard card_;
     services::ServiceHost host_;
     std::optional<services::TrafficMeter> meter_;
+    uint64_t fullest_ = 0; // bytes in use of the window
     RunReport report_;
 };
 
@@ -144,10 +183,10 @@ int show(const RunOptions &options, const RunReport &report)
         write_json(std::cout, report);
     else if (!options.quiet)
         write_text(std::cout, report, standard_output_style());
-    std::cout.flush();
+    const bool arrived = standard_output_arrived();
     for (const std::string &problem : report.problems)
         std::fprintf(stderr, "inlinectl: %s\n", problem.c_str());
-    if (!std::cout) {
+    if (!arrived) {
         std::fprintf(stderr, "inlinectl: the report could not be written\n");
         return exit_failed;
     }
