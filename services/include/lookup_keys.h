@@ -33,8 +33,10 @@ constexpr uint8_t byte_of(uint32_t number, int place)
 
 constexpr DestinationKey destination_key(uint8_t protocol, uint32_t address, uint16_t port)
 {
-    return {destination_kind,    protocol,            byte_of(address, 3), byte_of(address, 2),
-            byte_of(address, 1), byte_of(address, 0), byte_of(port, 1),    byte_of(port, 0)};
+    return {destination_kind,    protocol,
+            byte_of(address, 3), byte_of(address, 2),
+            byte_of(address, 1), byte_of(address, 0),
+            byte_of(port, 1),    byte_of(port, 0)};
 }
 
 constexpr AddressKey address_key(uint32_t address)
@@ -45,8 +47,14 @@ constexpr AddressKey address_key(uint32_t address)
 
 constexpr CountingResult counting_result(uint32_t entry_id)
 {
-    return {count_action, 0, 0, 0, byte_of(entry_id, 3), byte_of(entry_id, 2),
-            byte_of(entry_id, 1), byte_of(entry_id, 0)};
+    return {count_action,
+            0,
+            0,
+            0,
+            byte_of(entry_id, 3),
+            byte_of(entry_id, 2),
+            byte_of(entry_id, 1),
+            byte_of(entry_id, 0)};
 }
 
 } // namespace lookup_keys

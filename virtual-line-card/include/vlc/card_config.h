@@ -11,7 +11,7 @@ struct CardConfig {
     std::string name = "default";
     uint32_t card_type = 0xD20001; // outside the codes that take counters unswapped
     uint16_t slot = 0;
-    uint16_t num_nps = 2;                   // 1 to 8
+    uint16_t num_nps = 2;                    // 1 to 8
     uint32_t service_config_capacity = 8192; // rows of an NP's table
     uint32_t ext_conf_capacity = 8192;
     uint64_t window_bytes = uint64_t{64} << 20;
