@@ -116,6 +116,8 @@ private:
     static bool name_of(const shmem_node &node, EntryName *name);
 
     void read_back(bool at_start);
+    bool read_new(size_t made);
+    void read_on(const main_entry &stored, bool at_start);
     void take_node(shmem_node *node, bool at_start);
     std::vector<EntryName> missing(const std::vector<Destination> &wanted, size_t *found) const;
     std::string program_batch(const EntryName *first, const EntryName *last);
@@ -124,6 +126,8 @@ private:
 
     uint32_t key_;
     uint32_t next_entry_id_ = 1;
+    size_t nodes_read_ = 0;                             // whoever's they are
+    const list_link *last_read_[SHADOW_DB_TABLES] = {}; // null before the first of a table
     std::map<EntryName, Entry> entries_;
     std::unordered_map<uint32_t, Entry *> by_id_; // into entries_, whose places do not move
 };

@@ -78,18 +78,39 @@ void TrafficMeter::read_back(bool at_start)
 {
     for (auto &[name, entry] : entries_)
         entry.node = nullptr;
-    if (main_entry *stored = inline_svc_shadow_db_query_main(key_); stored != nullptr) {
-        for (const list_record &table : stored->table_array) {
-            for (const list_link *link = table.first; link != nullptr; link = link->next) {
-                if (link->data != nullptr)
-                    take_node(static_cast<shmem_node *>(link->data), at_start);
-            }
+    by_id_.clear();
+    nodes_read_ = 0;
+    std::ranges::fill(last_read_, nullptr);
+    if (main_entry *stored = inline_svc_shadow_db_query_main(key_); stored != nullptr)
+        read_on(*stored, at_start);
+    std::erase_if(entries_, [](const auto &item) { return item.second.node == nullptr; });
+}
+
+// After a batch that was stored whole only its own nodes are new, at the lists' ends. Returns false
+// when the key holds anything else, as it does when the library cleared it.
+bool TrafficMeter::read_new(size_t made)
+{
+    main_entry *stored = inline_svc_shadow_db_query_main(key_);
+    if (stored == nullptr ||
+        stored->num_elements[0] + stored->num_elements[1] != nodes_read_ + made)
+        return false;
+    read_on(*stored, false);
+    return true;
+}
+
+// Takes in the nodes behind those that were read last.
+void TrafficMeter::read_on(const main_entry &stored, bool at_start)
+{
+    for (size_t table = 0; table < SHADOW_DB_TABLES; ++table) {
+        const list_link *&last = last_read_[table];
+        const list_link *link = last != nullptr ? last->next : stored.table_array[table].first;
+        for (; link != nullptr; link = link->next) {
+            last = link;
+            ++nodes_read_;
+            if (link->data != nullptr)
+                take_node(static_cast<shmem_node *>(link->data), at_start);
         }
     }
-    std::erase_if(entries_, [](const auto &item) { return item.second.node == nullptr; });
-    by_id_.clear();
-    for (auto &[name, entry] : entries_)
-        by_id_[entry.node->app_node.entry_id] = &entry;
 }
 
 void TrafficMeter::take_node(shmem_node *node, bool at_start)
@@ -103,6 +124,7 @@ void TrafficMeter::take_node(shmem_node *node, bool at_start)
     Entry &entry = entries_[name];
     entry.node = node;
     entry.found = entry.found || at_start;
+    by_id_[id] = &entry;
 }
 
 // ---- programming ---------------------------------------------------------------------------
@@ -158,7 +180,8 @@ std::string TrafficMeter::program_batch(const EntryName *first, const EntryName 
     }
     const size_t before = entries_.size();
     const uint32_t code = batch.insert();
-    read_back(false);
+    if (code != 0 || !read_new(static_cast<size_t>(last - first)))
+        read_back(false);
     const auto stored = std::count_if(
         first, last, [this](const EntryName &name) { return entries_.contains(name); });
     if (code == 0 && stored == last - first)
