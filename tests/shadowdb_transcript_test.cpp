@@ -1,7 +1,7 @@
 // Whole transcripts: every log line and every platform call of one reference operation, in order.
 //
 // The expected transcripts lie in baseline/. A change of the library's behaviour shows as a
-// difference; where it is meant, INLINE_SERVICE_REWRITE_BASELINES=1 writes them anew.
+// difference; where it is meant, REWRITE_BASELINES=1 writes them anew.
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -130,7 +130,7 @@ private:
         std::string got;
         for (const std::string &line : lines_)
             got += line + "\n";
-        if (const char *rewrite = getenv("INLINE_SERVICE_REWRITE_BASELINES");
+        if (const char *rewrite = getenv("REWRITE_BASELINES");
             rewrite != nullptr && *rewrite != '\0')
             std::ofstream(file, std::ios::binary) << got;
         std::ostringstream expected;
