@@ -36,6 +36,7 @@ struct Row {
     Arguments arguments; // behind "run --state STATE"
     const char *words;   // of the line
     bool begins_with_state = false;
+    test::Environment environment = {};
 };
 
 void PrintTo(const Row &row, std::ostream *out)
@@ -53,10 +54,11 @@ protected:
         test::write_capture(capture, {{}, {}});
     }
 
-    static test::Outcome run(Arguments arguments)
+    static test::Outcome run(Arguments arguments, const test::Environment &environment = {})
     {
         arguments.insert(arguments.begin(), {"run", "--state", state});
-        return test::run_program({.program = INLINECTL, .arguments = std::move(arguments)});
+        return test::run_program(
+            {.program = INLINECTL, .arguments = std::move(arguments), .environment = environment});
     }
 
     // Every name under the state's parent, with its size and a hash of its content.
@@ -81,7 +83,7 @@ TEST_P(BadInput, IsRefusedInOneLineAndNothingChanges)
     }
     row.breaks();
     const auto before = snapshot();
-    const test::Outcome outcome = run(row.arguments);
+    const test::Outcome outcome = run(row.arguments, row.environment);
     EXPECT_EQ(outcome.exit_code, 2);
     EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(test::lines_of(outcome.err).size(), 1u) << outcome.err;
@@ -175,6 +177,20 @@ const std::vector<Row> rows{
      "was made for a card of 2 NPs, type 0xD20001", true},
     {"StateInUse", hold_lock, with_capture, "is in use by another process", true},
     {"FullFileSystem", fill_file_system, with_capture, "/tmp/parent/state"},
+#ifdef ADDRESS_TAKEN
+    {"AddressTakenOnANewState",
+     nothing,
+     with_capture,
+     "its address 0x7ea000000000 is taken",
+     false,
+     {"LD_PRELOAD=" ADDRESS_TAKEN}},
+    {"AddressTakenOnAnOldState",
+     nothing,
+     with_capture,
+     "its address 0x7ea000000000 is taken",
+     true,
+     {"LD_PRELOAD=" ADDRESS_TAKEN}},
+#endif
 };
 
 INSTANTIATE_TEST_SUITE_P(Inlinectl, BadInput, ::testing::ValuesIn(rows),
