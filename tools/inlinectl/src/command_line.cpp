@@ -10,6 +10,7 @@
 
 #include "exit_code.h"
 #include "nearest_name.h"
+#include "run_command.h"
 
 namespace inlinectl {
 namespace {
@@ -21,44 +22,27 @@ constexpr const char *examples =
     "\n"
     "Exit codes: 0 fine, 1 something failed, 2 usage or unreadable input.";
 
-constexpr const char *run_examples =
-    "Examples:\n"
-    "  Count a capture on a card of two NPs:\n"
-    "    inlinectl run --pcap capture.pcap\n"
-    "  Two captures, eight NPs:\n"
-    "    inlinectl run --nps 8 --pcap one.pcap two.pcapng\n"
-    "  Keep the card in a directory; once more, and its counters go on:\n"
-    "    inlinectl run --state card --pcap capture.pcap\n"
-    "  Program the scenario's entries only, report as JSON:\n"
-    "    inlinectl run --scenario entries.toml --pcap capture.pcap --json\n"
-    "\n"
-    "A scenario file lists entries, each as\n"
-    "  [[entry]]\n"
-    "  protocol = \"tcp\"       # or a number\n"
-    "  address = \"192.0.2.1\"\n"
-    "  port = 80              # 0, or left out: packets without a port";
-
-CLI::App *declare_run(CLI::App &app, RunOptions &options)
+std::vector<Command> all_commands()
 {
-    CLI::App *run = app.add_subcommand("run", "Program entries, replay captures, show counts");
-    run->add_option("--pcap", options.captures, "Captures to replay, pcap or pcapng")
-        ->type_name("FILE")
-        ->allow_extra_args();
-    run->add_option("--scenario", options.scenario_file,
-                    "Entries to program instead of the captures' own")
-        ->type_name("FILE");
-    run->add_option("--card", options.card_file, "Card file (TOML)")->type_name("FILE");
-    run->add_option("--nps", options.num_nps, "Number of network processors, 1 to 8")
-        ->type_name("N")
-        ->check(CLI::Range(1, 8).description(""));
-    run->add_option("--state", options.state_directory,
-                    "Keep the card here, or go on with the one here")
-        ->type_name("DIR");
-    run->add_flag("--json", options.json, "Write the report as one JSON object");
-    run->add_flag("--quiet", options.quiet, "No progress, no report, only what failed");
-    run->footer(run_examples);
-    run->allow_extras();
-    return run;
+    return {run_command()};
+}
+
+// A command and its place in the parser.
+struct Declared {
+    Command command;
+    CLI::App *app;
+};
+
+std::vector<Declared> declare_commands(CLI::App &tool)
+{
+    std::vector<Declared> declared;
+    for (Command &command : all_commands()) {
+        CLI::App *app = tool.add_subcommand(command.name, command.summary);
+        command.declare(*app);
+        app->allow_extras();
+        declared.push_back({std::move(command), app});
+    }
+    return declared;
 }
 
 std::vector<std::string> option_names(const CLI::App &app)
@@ -66,6 +50,14 @@ std::vector<std::string> option_names(const CLI::App &app)
     std::vector<std::string> names;
     for (const CLI::Option *option : app.get_options())
         names.push_back(option->get_name());
+    return names;
+}
+
+std::vector<std::string> command_names(const std::vector<Declared> &commands)
+{
+    std::vector<std::string> names;
+    for (const Declared &declared : commands)
+        names.push_back(declared.app->get_name());
     return names;
 }
 
@@ -87,32 +79,35 @@ void refuse_end_of_options(int argc, const char *const *argv)
         throw UsageError("'--' ends the options, and nothing stands behind them");
 }
 
-void refuse_extras_of_run(const CLI::App &run)
+void refuse_extras_of(const Declared &given)
 {
-    const std::vector<std::string> extras = run.remaining();
+    const std::vector<std::string> extras = given.app->remaining();
     if (extras.empty())
         return;
     const std::string &first = extras.front();
     if (first.starts_with("-"))
-        refuse("unknown option", name_of_option(first), option_names(run));
-    throw UsageError("unexpected argument '" + first + "'; captures are given with --pcap");
+        refuse("unknown option", name_of_option(first), option_names(*given.app));
+    throw UsageError("unexpected argument '" + first + "'; " + given.command.words_hint);
 }
 
 // What stands in front of the command, or without one.
-void refuse_extras_of_tool(const CLI::App &app, const CLI::App &run)
+void refuse_extras_of_tool(const CLI::App &tool, const std::vector<Declared> &commands)
 {
-    const std::vector<std::string> extras = app.remaining();
+    const std::vector<std::string> extras = tool.remaining();
     if (extras.empty())
         return;
     const std::string &first = extras.front();
     if (!first.starts_with("-"))
-        refuse("unknown command", first, {run.get_name()});
+        refuse("unknown command", first, command_names(commands));
     const std::string option = name_of_option(first);
-    const std::vector<std::string> of_run = option_names(run);
-    if (std::ranges::find(of_run, option) != of_run.end())
-        throw UsageError("option '" + option + "' belongs to run and stands behind it: " +
-                         "'inlinectl run " + option + "'");
-    refuse("unknown option", option, option_names(app));
+    for (const Declared &declared : commands) {
+        const std::vector<std::string> known = option_names(*declared.app);
+        const std::string name = declared.app->get_name();
+        if (std::ranges::find(known, option) != known.end())
+            throw UsageError("option '" + option + "' belongs to " + name +
+                             " and stands behind it: 'inlinectl " + name + " " + option + "'");
+    }
+    refuse("unknown option", option, option_names(tool));
 }
 
 std::string first_line(const std::string &text)
@@ -125,27 +120,29 @@ std::string first_line(const std::string &text)
 CommandLine parse_command_line(int argc, const char *const *argv)
 {
     CommandLine line;
-    CLI::App app("inlinectl: a line card's inline services on a virtual card", "inlinectl");
-    app.set_version_flag("--version", "inlinectl " INLINECTL_VERSION);
-    app.footer(examples);
-    app.allow_extras();
-    const CLI::App *run = declare_run(app, line.run);
+    CLI::App tool("inlinectl: a line card's inline services on a virtual card", "inlinectl");
+    tool.set_version_flag("--version", "inlinectl " INLINECTL_VERSION);
+    tool.footer(examples);
+    tool.allow_extras();
+    tool.require_subcommand(0, 1);
+    const std::vector<Declared> commands = declare_commands(tool);
     try {
-        app.parse(argc, argv);
+        tool.parse(argc, argv);
     } catch (const CLI::Success &wanted) { // help or version
-        line.exit_code = app.exit(wanted, std::cout, std::cerr);
+        line.exit_code = tool.exit(wanted, std::cout, std::cerr);
         return line;
     } catch (const CLI::ParseError &error) {
         throw UsageError(first_line(error.what()));
     }
     refuse_end_of_options(argc, argv);
-    refuse_extras_of_tool(app, *run);
-    refuse_extras_of_run(*run);
-    if (!run->parsed())
+    refuse_extras_of_tool(tool, commands);
+    const auto given =
+        std::ranges::find_if(commands, [](const Declared &one) { return one.app->parsed(); });
+    if (given == commands.end())
         throw UsageError("no command given; 'inlinectl --help' lists them");
-    if (line.run.captures.empty() && !line.run.scenario_file && !line.run.state_directory)
-        throw UsageError("nothing to run: give --pcap, --scenario or --state");
-    line.command = Command::run;
+    refuse_extras_of(*given);
+    given->command.check();
+    line.command = given->command;
     return line;
 }
 

@@ -1,16 +1,15 @@
 // The command line: which command, with what options.
 #pragma once
 
-#include "run_options.h"
+#include <optional>
+
+#include "command.h"
 
 namespace inlinectl {
 
-enum class Command { none, run };
-
 struct CommandLine {
-    Command command = Command::none; // none: help or version was printed
-    int exit_code = 0;               // of that
-    RunOptions run;
+    std::optional<Command> command; // none: help or version was printed
+    int exit_code = 0;              // of that
 };
 
 // Throws UsageError.

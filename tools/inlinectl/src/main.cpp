@@ -4,7 +4,6 @@
 
 #include "command_line.h"
 #include "exit_code.h"
-#include "run_command.h"
 #include "standard_streams.h"
 
 int main(int argc, char **argv)
@@ -13,14 +12,11 @@ int main(int argc, char **argv)
     hold_standard_descriptors();
     try {
         const CommandLine line = parse_command_line(argc, argv);
-        switch (line.command) {
-        case Command::none:
-            if (!standard_output_arrived())
-                throw std::runtime_error("standard output could not be written");
-            return line.exit_code;
-        case Command::run:
-            return run_command(line.run);
-        }
+        if (line.command)
+            return line.command->perform();
+        if (!standard_output_arrived())
+            throw std::runtime_error("standard output could not be written");
+        return line.exit_code;
     } catch (const UsageError &error) {
         std::fprintf(stderr, "inlinectl: %s\n", error.what());
         return exit_usage;
@@ -28,5 +24,4 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "inlinectl: %s\n", error.what());
         return exit_failed;
     }
-    return exit_failed;
 }

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <iostream>
 #include <iterator>
+#include <memory>
 #include <optional>
 
 #include "capture_scan.h"
@@ -13,6 +14,7 @@
 #include "numbers.h"
 #include "progress.h"
 #include "replay.h"
+#include "run_options.h"
 #include "run_report.h"
 #include "scenario.h"
 #include "service_host.h"
@@ -208,9 +210,7 @@ int perform_run(const RunOptions &options)
     return show(options, run.perform());
 }
 
-} // namespace
-
-int run_command(const RunOptions &options)
+int run(const RunOptions &options)
 {
     vlc::CardClock::set_mode(vlc::ClockMode::real);
     watch_interrupts();
@@ -219,6 +219,19 @@ int run_command(const RunOptions &options)
     } catch (const vlc::StateError &unreadable) {
         throw UsageError(unreadable.what());
     }
+}
+
+} // namespace
+
+Command run_command()
+{
+    const auto options = std::make_shared<RunOptions>();
+    return {.name = "run",
+            .summary = "Program entries, replay captures, show counts",
+            .words_hint = "captures are given with --pcap",
+            .declare = [options](CLI::App &app) { declare_run_options(app, *options); },
+            .check = [options] { check_run_options(*options); },
+            .perform = [options] { return run(*options); }};
 }
 
 } // namespace inlinectl

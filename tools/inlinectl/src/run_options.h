@@ -6,6 +6,10 @@
 #include <optional>
 #include <vector>
 
+namespace CLI {
+class App;
+}
+
 namespace inlinectl {
 
 struct RunOptions {
@@ -17,5 +21,11 @@ struct RunOptions {
     bool json = false;
     bool quiet = false;
 };
+
+// Declares the options, which must outlive the parsing.
+void declare_run_options(CLI::App &run, RunOptions &options);
+
+// Throws UsageError for what cannot be asked for together.
+void check_run_options(const RunOptions &options);
 
 } // namespace inlinectl

@@ -1,0 +1,55 @@
+#include "run_options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "exit_code.h"
+
+namespace inlinectl {
+namespace {
+
+constexpr const char *examples =
+    "Examples:\n"
+    "  Count a capture on a card of two NPs:\n"
+    "    inlinectl run --pcap capture.pcap\n"
+    "  Two captures, eight NPs:\n"
+    "    inlinectl run --nps 8 --pcap one.pcap two.pcapng\n"
+    "  Keep the card in a directory; once more, and its counters go on:\n"
+    "    inlinectl run --state card --pcap capture.pcap\n"
+    "  Program the scenario's entries only, report as JSON:\n"
+    "    inlinectl run --scenario entries.toml --pcap capture.pcap --json\n"
+    "\n"
+    "A scenario file lists entries, each as\n"
+    "  [[entry]]\n"
+    "  protocol = \"tcp\"       # or a number\n"
+    "  address = \"192.0.2.1\"\n"
+    "  port = 80              # 0, or left out: packets without a port";
+
+} // namespace
+
+void declare_run_options(CLI::App &run, RunOptions &options)
+{
+    run.add_option("--pcap", options.captures, "Captures to replay, pcap or pcapng")
+        ->type_name("FILE")
+        ->allow_extra_args();
+    run.add_option("--scenario", options.scenario_file,
+                   "Entries to program instead of the captures' own")
+        ->type_name("FILE");
+    run.add_option("--card", options.card_file, "Card file (TOML)")->type_name("FILE");
+    run.add_option("--nps", options.num_nps, "Number of network processors, 1 to 8")
+        ->type_name("N")
+        ->check(CLI::Range(1, 8).description(""));
+    run.add_option("--state", options.state_directory,
+                   "Keep the card here, or go on with the one here")
+        ->type_name("DIR");
+    run.add_flag("--json", options.json, "Write the report as one JSON object");
+    run.add_flag("--quiet", options.quiet, "No progress, no report, only what failed");
+    run.footer(examples);
+}
+
+void check_run_options(const RunOptions &options)
+{
+    if (options.captures.empty() && !options.scenario_file && !options.state_directory)
+        throw UsageError("nothing to run: give --pcap, --scenario or --state");
+}
+
+} // namespace inlinectl
