@@ -9,52 +9,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "service_host.h"
+#include "metered_card.h"
 #include "service_recorder.h"
-#include "traffic_meter.h"
 #include "vlc/data_plane.h"
-#include "vlc/virtual_line_card.h"
 
 namespace {
 
-constexpr char state_directory[] = "/tmp/card";
-
-// A card with a host and a meter on it, as `inlinectl run` sets them up.
-class MeteredCard {
-public:
-    explicit MeteredCard(uint32_t card_type)
-    {
-        vlc::CardConfig config;
-        config.card_type = card_type;
-        config.num_nps = 4;
-        config.window_bytes = uint64_t{16} << 20;
-        card = std::make_unique<vlc::VirtualLineCard>(config, state_directory);
-        services::HostHandles handles;
-        handles.event_manager = card->events().handle();
-        handles.window_id = card->window_id();
-        handles.num_nps = config.num_nps;
-        handles.root = static_cast<shadow_db *>(card->window().root());
-        handles.publish_root = [this](shadow_db *root) { card->window().set_root(root); };
-        handles.run_until = [this](const std::function<bool()> &done) {
-            return card->events().run_until(done);
-        };
-        host = std::make_unique<services::ServiceHost>(handles);
-        host->start();
-        meter = std::make_unique<services::TrafficMeter>();
-    }
-
-    services::TrafficMeter::Programmed program(const std::vector<services::Destination> &wanted)
-    {
-        return meter->program(wanted, [this](size_t, size_t) {
-            card->events().run_until_idle();
-            return true;
-        });
-    }
-
-    std::unique_ptr<vlc::VirtualLineCard> card;
-    std::unique_ptr<services::ServiceHost> host;
-    std::unique_ptr<services::TrafficMeter> meter;
-};
+using test::MeteredCard;
 
 std::vector<services::Destination> destinations()
 {
