@@ -1,0 +1,28 @@
+// What the network processors hold, as an audit reads it: the rows of their tables and the answers
+// that no host has read. A platform brings one; nothing of it changes the hardware.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <span>
+
+namespace services {
+
+using ByteSpan = std::span<const uint8_t>;
+
+class HardwareView {
+public:
+    virtual ~HardwareView() = default;
+
+    virtual uint32_t nps() const = 0;
+
+    // `table` is SHADOW_DB_SERVICE_CONFIG or SHADOW_DB_EXT_CONF. The bytes are good for the call.
+    using VisitRow = std::function<void(ByteSpan key, ByteSpan result)>;
+    virtual void for_each_row(uint32_t np, uint32_t table, const VisitRow &visit) const = 0;
+
+    using VisitAnswer =
+        std::function<void(uint32_t np, uint32_t refnum, uint32_t status, ByteSpan key)>;
+    virtual void for_each_unread_answer(const VisitAnswer &visit) const = 0;
+};
+
+} // namespace services
