@@ -17,11 +17,6 @@ constexpr std::array<std::string_view, 2> step_messages{"SVC CONF ", "SVC EXT_DB
 constexpr std::string_view step_message_end = " failed:  rc=%s (%d)";
 constexpr size_t step_arguments = 2;
 
-std::string text_of(uint64_t argument)
-{
-    return reinterpret_cast<const char *>(argument);
-}
-
 bool names_a_step(std::string_view format)
 {
     for (const std::string_view begin : step_messages) {
@@ -74,11 +69,10 @@ void HardwareFailures::take(const vlc::TraceEvent &event)
         ++late_answers_[{.np = static_cast<uint32_t>(event.args[0]),
                          .table = refnum & PRM_REFNUM_TABLE_MASK,
                          .operation = refnum >> PRM_REFNUM_OP_SHIFT,
-                         .reason = text_of(event.args[5])}];
+                         .reason = event.texts[5]}];
     } else if (names_a_step(format) && event.args.size() >= step_arguments) {
         const size_t end = format.find(step_message_end);
-        ++refused_steps_[{.step = std::string(format.substr(0, end)),
-                          .reason = text_of(event.args[0])}];
+        ++refused_steps_[{.step = std::string(format.substr(0, end)), .reason = event.texts[0]}];
     }
 }
 

@@ -17,7 +17,12 @@ struct TraceEvent {
     uint64_t event_word;
     const ed_debug_point *point; // null when the number is no site's
     std::vector<uint64_t> args;
+    uint32_t strings;               // bit n: argument n is a string, which may be gone by now
+    std::vector<std::string> texts; // what it said when the event was recorded, by place
 };
+
+// "SHORT FILE:LINE FUNCTION: text [name=value ...]"
+std::string trace_line(const ed_component &component, const TraceEvent &event);
 
 // Registered components and what they recorded. The process has one.
 class EventDebug {

@@ -167,6 +167,9 @@ void EventDebugServices::record(void *buffer, uint64_t event_word, const ed_debu
     entry.point = point;
     entry.arg_count = args.size();
     std::copy(args.begin(), args.end(), entry.args.begin());
+    entry.strings = 0;
+    if (point && point->format)
+        TraceRing::keep_texts(entry, string_arguments(point->format, args, &entry.strings));
 }
 
 EventDebug::EventDebug() : state_(std::make_unique<State>()) {}
@@ -192,6 +195,19 @@ std::vector<TraceEvent> EventDebug::events(const ed_component *component, uint32
             return registration->rings[buffer]->events();
     }
     return {};
+}
+
+std::string trace_line(const ed_component &component, const TraceEvent &event)
+{
+    if (!event.point)
+        return "event " + std::to_string(event.event_word & number_mask) + " of no known site";
+    std::vector<uint64_t> words = event.args;
+    for (size_t i = 0; i < words.size(); i++) {
+        if ((event.strings >> i & 1) != 0)
+            words[i] = tap_word(event.texts[i].c_str());
+    }
+    const uint32_t line = event.point->line_filter & ED_LINE_ID_MASK;
+    return event_line(component, *event.point, line, event.point->format, words.data());
 }
 
 void EventDebug::on_print(std::function<void(const std::string &line)> printer)

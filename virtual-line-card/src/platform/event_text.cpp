@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 
@@ -72,6 +73,13 @@ std::string precision_of(const Conversion &conversion)
 {
     const size_t dot = conversion.adjust.find('.');
     return dot == std::string_view::npos ? "" : std::string(conversion.adjust.substr(dot));
+}
+
+// How many bytes of a text the conversion reads at most.
+size_t longest_text(const Conversion &conversion)
+{
+    const std::string precision = precision_of(conversion);
+    return precision.empty() ? SIZE_MAX : std::strtoul(precision.c_str() + 1, nullptr, 10);
 }
 
 struct Argument {
@@ -146,6 +154,27 @@ EventText render_event(const char *format, std::span<const uint64_t> words)
         }
     }
     return event;
+}
+
+std::vector<std::string_view> string_arguments(const char *format, std::span<const uint64_t> words,
+                                               uint32_t *places)
+{
+    std::vector<std::string_view> texts;
+    *places = 0;
+    size_t place = 0;
+    const char *percent = std::strchr(format, '%');
+    while (percent && place < words.size()) {
+        const Conversion conversion = read_conversion(percent + 1);
+        if (conversion.type == 's') {
+            const size_t most = longest_text(conversion);
+            const char *text = as_text(words[place]);
+            texts.emplace_back(text, strnlen(text, most));
+            *places |= uint32_t{1} << place;
+        }
+        place += conversion.type != '%';
+        percent = std::strchr(conversion.end, '%');
+    }
+    return texts;
 }
 
 std::string event_line(const ed_component &component, const ed_debug_point &point, uint32_t line,

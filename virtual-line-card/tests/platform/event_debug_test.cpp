@@ -119,13 +119,14 @@ TEST_F(EventDebugFacility, AnEventIsRecordedWithItsSiteAndAsManyArgumentsAsTheSi
     vlc::CardClock::set_mode(vlc::ClockMode::stepped);
     ed_init(&component, 0, 0, 0, 0);
     const uint64_t event_word = ED_EVENT_WORD_FIXED | 2;
-    _ltrace(buffer(0), event_word, uint64_t{7}, uint64_t{8}, uint64_t{9});
+    const char *name = "a name";
+    _ltrace(buffer(0), event_word, uint64_t{7}, name, uint64_t{9});
     const auto recorded = events(ED_EVENT_BUFFER);
     ASSERT_EQ(1u, recorded.size());
     EXPECT_EQ(0u, recorded[0].sequence);
     EXPECT_EQ(event_word, recorded[0].event_word);
     EXPECT_EQ(&points[0], recorded[0].point);
-    EXPECT_EQ((std::vector<uint64_t>{7, 8}), recorded[0].args);
+    EXPECT_EQ((std::vector<uint64_t>{7, reinterpret_cast<uintptr_t>(name)}), recorded[0].args);
     EXPECT_EQ(vlc::CardClock::now().count(), recorded[0].nanoseconds);
     EXPECT_TRUE(events(ED_ERROR_BUFFER).empty());
 }
@@ -276,6 +277,68 @@ TEST_F(EventDebugFacility, ASuppressedSiteThatPassesTheSlowFilterMatchesWithoutA
     points[1].flags = ED_SLOW | ED_SUPPRESS_ALL;
     EXPECT_EQ(1u, print_slowly(points[1], nullptr));
     EXPECT_EQ(Lines{}, printed);
+}
+
+// ---- string arguments --------------------------------------------------------------------------
+
+class EventTextsOfATrace : public EventDebugFacility {
+protected:
+    EventTextsOfATrace()
+    {
+        points[1].format = "read %s after %d of %s";
+        points[1].arg_count = 3;
+        points[1].arg_names = names.data();
+        ed_init(&component, 0, 0, 0, 0);
+    }
+    void record(const std::string &first, uint64_t number, const std::string &second)
+    {
+        _ltrace(buffer(0), 0, first.c_str(), number, second.c_str());
+    }
+    std::array<const char *, 3> names{"what", "n", "whose"};
+};
+
+TEST_F(EventTextsOfATrace, AreKeptWhenTheStringsAreGone)
+{
+    {
+        std::string answer = "an answer";
+        std::string queue = "the queue";
+        record(answer, 7, queue);
+        answer.assign(answer.size(), '?');
+        queue.assign(queue.size(), '?');
+    }
+    const vlc::TraceEvent event = events(0).at(0);
+    EXPECT_EQ((Lines{"an answer", "", "the queue"}), event.texts);
+    EXPECT_EQ(0b101u, event.strings);
+    const std::string line = vlc::trace_line(component, event);
+    EXPECT_NE(std::string::npos, line.find("read an answer after 7 of the queue "
+                                           "[what=\"an answer\" n=7 whose=\"the queue\"]"))
+        << line;
+}
+
+TEST_F(EventTextsOfATrace, AreCutWhereTheyDoNotFitAndTheNextStillHasItsEnd)
+{
+    record(std::string(300, 'a'), 7, "b");
+    EXPECT_EQ((Lines{std::string(254, 'a'), "", ""}), events(0).at(0).texts);
+}
+
+TEST_F(EventTextsOfATrace, ANullStringIsSaidAsPrintfSaysIt)
+{
+    _ltrace(buffer(0), 0, uint64_t{0}, uint64_t{7}, "queue");
+    EXPECT_EQ("(null)", events(0).at(0).texts.at(0));
+}
+
+TEST_F(EventTextsOfATrace, ATextWithAPrecisionNeedsNoEnd)
+{
+    points[1].format = "read %.3s after %d of %s";
+    const char three[3] = {'o', 'n', 'e'};
+    _ltrace(buffer(0), 0, three, uint64_t{7}, "queue");
+    EXPECT_EQ("one", events(0).at(0).texts.at(0));
+}
+
+TEST_F(EventTextsOfATrace, AnEventOfNoKnownSiteHasALineToo)
+{
+    _ltrace(buffer(0), 9, uint64_t{0});
+    EXPECT_EQ("event 9 of no known site", vlc::trace_line(component, events(0).at(0)));
 }
 
 } // namespace
