@@ -15,6 +15,8 @@
 
 #include <array>
 #include <cstdint>
+#include <optional>
+#include <span>
 
 namespace lookup_keys {
 
@@ -43,6 +45,33 @@ constexpr AddressKey address_key(uint32_t address)
 {
     return {address_kind, byte_of(address, 3), byte_of(address, 2), byte_of(address, 1),
             byte_of(address, 0)};
+}
+
+// What a key says; protocol and port are 0 in an address key.
+struct Meaning {
+    uint8_t kind = 0;
+    uint8_t protocol = 0;
+    uint32_t address = 0;
+    uint16_t port = 0;
+};
+
+constexpr uint32_t number_in(std::span<const uint8_t> bytes)
+{
+    uint32_t number = 0;
+    for (const uint8_t byte : bytes)
+        number = number << 8 | byte;
+    return number;
+}
+
+// Nothing for a key of another layout.
+constexpr std::optional<Meaning> meaning_of(std::span<const uint8_t> key)
+{
+    if (key.size() == DestinationKey{}.size() && key[0] == destination_kind)
+        return Meaning{key[0], key[1], number_in(key.subspan(2, 4)),
+                       static_cast<uint16_t>(number_in(key.subspan(6, 2)))};
+    if (key.size() == AddressKey{}.size() && key[0] == address_kind)
+        return Meaning{key[0], 0, number_in(key.subspan(1, 4)), 0};
+    return std::nullopt;
 }
 
 constexpr CountingResult counting_result(uint32_t entry_id)

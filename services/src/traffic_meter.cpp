@@ -19,14 +19,6 @@ constexpr uint32_t meter_app_id = 1;
 constexpr uint32_t entry_layout_version = 1; // of key and result bytes; stored with the entries
 constexpr uint32_t max_index = 255;
 
-uint32_t big_endian(const uint8_t *bytes, size_t count)
-{
-    uint32_t number = 0;
-    for (size_t i = 0; i < count; ++i)
-        number = number << 8 | bytes[i];
-    return number;
-}
-
 } // namespace
 
 TrafficMeter::TrafficMeter(uint32_t index) : key_(inline_shadow_db_appid_to_key(app_type, index))
@@ -56,20 +48,17 @@ TrafficMeter::~TrafficMeter()
 bool TrafficMeter::name_of(const shmem_node &node, EntryName *name)
 {
     const app_node &stored = node.app_node;
-    const uint8_t *key = stored.key;
-    if (stored.table_type == SHADOW_DB_SERVICE_CONFIG &&
-        stored.key_len == lookup_keys::DestinationKey{}.size() &&
-        key[0] == lookup_keys::destination_kind) {
-        *name = {MeterTable::destinations,
-                 {key[1], big_endian(key + 2, 4), static_cast<uint16_t>(big_endian(key + 6, 2))}};
-        return true;
-    }
-    if (stored.table_type == SHADOW_DB_EXT_CONF &&
-        stored.key_len == lookup_keys::AddressKey{}.size() && key[0] == lookup_keys::address_kind) {
-        *name = {MeterTable::addresses, {0, big_endian(key + 1, 4), 0}};
-        return true;
-    }
-    return false;
+    if (stored.key_len > sizeof stored.key)
+        return false;
+    const auto meaning = lookup_keys::meaning_of({stored.key, stored.key_len});
+    if (!meaning)
+        return false;
+    const bool by_address = meaning->kind == lookup_keys::address_kind;
+    if (stored.table_type != (by_address ? SHADOW_DB_EXT_CONF : SHADOW_DB_SERVICE_CONFIG))
+        return false;
+    *name = {static_cast<MeterTable>(stored.table_type),
+             {meaning->protocol, meaning->address, meaning->port}};
+    return true;
 }
 
 // Brings entries_ to what the shadow DB holds for the key. What is there no longer goes, what is

@@ -5,8 +5,8 @@
 #include <array>
 #include <cstdio>
 
+#include "entry_names.h"
 #include "numbers.h"
-#include "protocol_names.h"
 
 namespace inlinectl {
 namespace {
@@ -37,17 +37,6 @@ std::string percent(double share)
     std::array<char, 16> text{};
     std::snprintf(text.data(), text.size(), "%5.1f%%", share * 100);
     return text.data();
-}
-
-std::string entry_text(const MeterEntry &entry)
-{
-    const auto &[protocol, address, port] = entry.destination;
-    if (entry.table == MeterTable::addresses)
-        return address_text(address);
-    std::string text = protocol_name(protocol) + " " + address_text(address);
-    if (has_ports(protocol) || port != 0)
-        text.append(":").append(std::to_string(port));
-    return text;
 }
 
 // "0-2-": NPs 0 and 2 of four have counted.
@@ -154,12 +143,12 @@ private:
             const MeterCount &count = report_.shown(entry);
             if (rows.size() == most || count.packets == 0)
                 break;
-            rows.push_back(
-                {entry_text(entry), nps_text(report_.shown_nps(entry), report_.card.num_nps),
-                 grouped(count.packets), grouped(count.bytes),
-                 sum.bytes == 0
-                     ? 0.0
-                     : static_cast<double>(count.bytes) / static_cast<double>(sum.bytes)});
+            rows.push_back({entry_name(entry.table, entry.destination),
+                            nps_text(report_.shown_nps(entry), report_.card.num_nps),
+                            grouped(count.packets), grouped(count.bytes),
+                            sum.bytes == 0 ? 0.0
+                                           : static_cast<double>(count.bytes) /
+                                                 static_cast<double>(sum.bytes)});
         }
         return rows;
     }

@@ -1,0 +1,47 @@
+#include "entry_names.h"
+
+#include "lookup_keys.h"
+#include "protocol_names.h"
+
+namespace inlinectl {
+
+using services::Destination;
+using services::MeterTable;
+
+std::string entry_name(MeterTable table, const Destination &destination)
+{
+    const auto &[protocol, address, port] = destination;
+    if (table == MeterTable::addresses)
+        return address_text(address);
+    std::string text = protocol_name(protocol) + " " + address_text(address);
+    if (has_ports(protocol) || port != 0)
+        text.append(":").append(std::to_string(port));
+    return text;
+}
+
+std::string key_name(uint32_t table, std::span<const uint8_t> key)
+{
+    const std::optional<lookup_keys::Meaning> meaning = lookup_keys::meaning_of(key);
+    if (!meaning)
+        return {};
+    const bool by_address = meaning->kind == lookup_keys::address_kind;
+    const MeterTable expected = by_address ? MeterTable::addresses : MeterTable::destinations;
+    if (table != static_cast<uint32_t>(expected))
+        return {};
+    return entry_name(expected, {meaning->protocol, meaning->address, meaning->port});
+}
+
+std::string spaced_hex(std::span<const uint8_t> bytes)
+{
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    for (const uint8_t byte : bytes) {
+        if (!text.empty())
+            text += ' ';
+        text += digits[byte >> 4];
+        text += digits[byte & 0xF];
+    }
+    return text;
+}
+
+} // namespace inlinectl

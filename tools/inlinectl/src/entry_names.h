@@ -1,0 +1,21 @@
+// Entries by what their keys mean.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+
+#include "traffic_meter.h"
+
+namespace inlinectl {
+
+// "tcp 192.0.2.1:80"; in the address table "192.0.2.1".
+std::string entry_name(services::MeterTable table, const services::Destination &destination);
+
+// The same from the bytes of a key; empty for a key that is laid out in another way.
+std::string key_name(uint32_t table, std::span<const uint8_t> key);
+
+// "11 06 c0 00"
+std::string spaced_hex(std::span<const uint8_t> bytes);
+
+} // namespace inlinectl
