@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string_view>
 
@@ -47,6 +48,9 @@ public:
     bool push_answer(uint32_t handle, const StoredAnswer &answer); // false: no room on the disk
     bool pop_answer(uint32_t handle, StoredAnswer *answer);        // false: none left
     uint64_t unread(uint32_t handle) const;
+    // Every unread answer, handle by handle, the oldest first.
+    void
+    for_each_unread(const std::function<void(uint32_t handle, const StoredAnswer &)> &visit) const;
 
 private:
     struct State;

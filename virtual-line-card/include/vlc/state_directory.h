@@ -1,6 +1,7 @@
 // The directory that holds a card and its host while no process does.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 
@@ -9,6 +10,13 @@
 namespace vlc {
 
 enum class Access { read_only, read_write };
+
+// A card and its host share a directory when they are one process. Otherwise each has its own.
+enum class Holdings : uint8_t {
+    card = 1, // the hardware: NPs and PRM
+    host = 2, // the window
+    card_and_host = 3
+};
 
 // Opening for writing creates the directory when it is missing or empty and locks it against a
 // second live process; opening for reading does neither. Throws StateError, with nothing changed,
@@ -32,7 +40,11 @@ public:
     // is missing is an error; before, it is made.
     bool is_complete() const { return card_.has_value(); }
     const std::optional<CardConfig> &card() const { return card_; } // what it was made for
-    void complete(const CardConfig &card);
+    Holdings holdings() const { return holdings_; }                 // of a complete one
+    void complete(const CardConfig &card, Holdings holdings = Holdings::card_and_host);
+    // Throws StateError when a complete directory holds something else. A reader needs at least
+    // this, a writer just this.
+    void require(Holdings wanted) const;
     // Removes what a process left that was killed before the directory was complete; it is new
     // again then. Otherwise does nothing.
     void start_over();
@@ -48,6 +60,7 @@ private:
     std::filesystem::path path_;
     Access access_;
     std::optional<CardConfig> card_;
+    Holdings holdings_ = Holdings::card_and_host;
     bool is_new_ = false;
     bool made_directory_ = false;
     int lock_ = -1; // the directory itself

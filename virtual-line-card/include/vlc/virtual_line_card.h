@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 
+#include "vlc/card_access.h"
 #include "vlc/card_config.h"
 #include "vlc/event_manager.h"
 #include "vlc/np_store.h"
@@ -30,6 +31,7 @@ public:
     uint32_t window_id() const; // what a host puts into its context as shmwin_id
     NpStore &nps();
     Prm &prm();
+    RunningCard &access();                     // its hardware, for looking and for packets
     bool data_path_statistics_started() const; // by plm_dpss_stats_init
 
 private:

@@ -1,13 +1,9 @@
 #include "vlc/virtual_line_card.h"
 
-#include <cinttypes>
-#include <cstdio>
-#include <string>
-
 #include "card_services.h"
 #include "embedded_prm.h"
 #include "prm_client.h"
-#include "vlc/prm_store.h"
+#include "vlc/hardware.h"
 #include "vlc/state_directory.h"
 #include "vlc/state_error.h"
 
@@ -34,21 +30,9 @@ private:
     StateDirectory &directory_;
 };
 
-std::string hexadecimal(uint32_t value)
+const StateDirectory &of_a_card_with_its_host(const StateDirectory &directory)
 {
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%" PRIX32, value);
-    return text;
-}
-
-// Its type decides how a card's programs are understood, so a state stays with the one it has.
-const StateDirectory &of_type(const StateDirectory &directory, const CardConfig &config)
-{
-    if (directory.card() && directory.card()->card_type != config.card_type) {
-        throw StateError(directory.path().string() + ": was made for a card of type " +
-                         hexadecimal(directory.card()->card_type) + ", and " +
-                         hexadecimal(config.card_type) + " is asked for");
-    }
+    directory.require(Holdings::card_and_host);
     return directory;
 }
 
@@ -61,10 +45,9 @@ struct VirtualLineCard::State {
     CardConfig config;
     StateDirectory directory;
     TakenBackOnFailure start;
-    NpStore nps;
-    PrmStore prm_store;
+    Hardware hardware;
+    HardwareAccess access;
     Window window;
-    Prm prm;
     EventManager events;
     EmbeddedPrm transport;
     PrmClient client;
@@ -72,9 +55,8 @@ struct VirtualLineCard::State {
 
     State(const CardConfig &card, const std::filesystem::path &path)
         : config(card), directory(path, Access::read_write), start(directory),
-          nps(of_type(directory, config), config), prm_store(directory),
-          window(directory, config.window_bytes), prm(nps, prm_store), transport(prm),
-          client(transport)
+          hardware(config, of_a_card_with_its_host(directory)), access(hardware),
+          window(directory, config.window_bytes), transport(hardware.prm()), client(transport)
     {
         directory.complete(config);
     }
@@ -87,7 +69,7 @@ VirtualLineCard::VirtualLineCard(const CardConfig &config,
         throw StateError("a virtual line card is alive in this process already, in " +
                          living_card->state_->directory.path().string());
     state_ = std::make_unique<State>(config, state_directory);
-    state_->prm.power_on();
+    state_->hardware.prm().power_on();
     living_card = this;
 }
 
@@ -123,12 +105,17 @@ uint32_t VirtualLineCard::window_id() const
 
 NpStore &VirtualLineCard::nps()
 {
-    return state_->nps;
+    return state_->hardware.nps();
 }
 
 Prm &VirtualLineCard::prm()
 {
-    return state_->prm;
+    return state_->hardware.prm();
+}
+
+RunningCard &VirtualLineCard::access()
+{
+    return state_->access;
 }
 
 bool VirtualLineCard::data_path_statistics_started() const

@@ -1,5 +1,6 @@
 #include "answer_queue.h"
 
+#include <algorithm>
 #include <bit>
 
 #include "object_at.h"
@@ -86,6 +87,23 @@ void AnswerQueue::check() const
 uint32_t AnswerQueue::unread() const
 {
     return Numbers::of(published(ring().numbers)).unread();
+}
+
+std::vector<StoredAnswer> AnswerQueue::all_unread() const
+{
+    const uint32_t places = published(ring().places);
+    const Numbers numbers = Numbers::of(published(ring().numbers));
+    if (bytes_for(places) > file_.bytes() || numbers.unread() > places) {
+        file_.fail("grew while it was read");
+    }
+    std::vector<StoredAnswer> answers;
+    for (uint32_t number = numbers.oldest; number != numbers.next; ++number) {
+        answers.push_back(at(number, places));
+    }
+    // An answer that was read has left its place to a later one.
+    const uint32_t gone = Numbers::of(published(ring().numbers)).oldest - numbers.oldest;
+    answers.erase(answers.begin(), answers.begin() + std::min(gone, numbers.unread()));
+    return answers;
 }
 
 // In a ring of twice the places an answer lies where it lay or one old ring further on; the latter

@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <utility>
+#include <vector>
 
 #include "mapped_file.h"
 #include "vlc/prm_store.h"
@@ -19,6 +20,8 @@ public:
     bool push(const StoredAnswer &answer); // false: no room on the disk
     bool pop(StoredAnswer *answer);        // false: none left
     uint32_t unread() const;
+    // A copy, the oldest first; without what was read while it was made.
+    std::vector<StoredAnswer> all_unread() const;
 
 private:
     struct Ring;

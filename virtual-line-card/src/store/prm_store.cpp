@@ -203,4 +203,16 @@ uint64_t PrmStore::unread(uint32_t handle) const
     return is_handle(handle) && state_->queue(handle) ? state_->queue(handle)->unread() : 0;
 }
 
+void PrmStore::for_each_unread(
+    const std::function<void(uint32_t handle, const StoredAnswer &)> &visit) const
+{
+    for (uint32_t handle = 1; handle <= max_handles; ++handle) {
+        if (is_handle(handle) && state_->queue(handle)) {
+            for (const StoredAnswer &answer : state_->queue(handle)->all_unread()) {
+                visit(handle, answer);
+            }
+        }
+    }
+}
+
 } // namespace vlc

@@ -35,6 +35,19 @@ bool holds_nothing(const std::filesystem::path &path)
     return true;
 }
 
+const char *text_of(Holdings holdings)
+{
+    switch (holdings) {
+    case Holdings::card:
+        return "a card without a host";
+    case Holdings::host:
+        return "a host without its card";
+    case Holdings::card_and_host:
+        return "a card with its host";
+    }
+    return "nothing that is known";
+}
+
 // What a card keeps in its directory, also under the name that it has while it is being made.
 bool is_ours(const std::string &file)
 {
@@ -85,7 +98,10 @@ void StateDirectory::open_existing()
                                          : "cannot be locked: " + text_of(errno));
     }
     if (std::filesystem::exists(path_ / marker_name)) {
-        card_ = read_marker(path_);
+        if (const std::optional<Marker> marker = read_marker(path_)) {
+            card_ = marker->card;
+            holdings_ = marker->holdings;
+        }
         return;
     }
     if (access_ == Access::read_only || !holds_nothing(path_)) {
@@ -115,11 +131,26 @@ void StateDirectory::start_over()
     is_new_ = true;
 }
 
-void StateDirectory::complete(const CardConfig &card)
+void StateDirectory::require(Holdings wanted) const
+{
+    if (!is_complete() || holdings_ == wanted) {
+        return;
+    }
+    const auto bits = [](Holdings holdings) { return static_cast<uint32_t>(holdings); };
+    const bool has_all = (bits(holdings_) & bits(wanted)) == bits(wanted);
+    if (has_all && access_ == Access::read_only) {
+        return;
+    }
+    fail(path_, std::string("holds ") + text_of(holdings_) + ", and " + text_of(wanted) +
+                    (access_ == Access::read_only ? " is looked for" : " cannot go on with it"));
+}
+
+void StateDirectory::complete(const CardConfig &card, Holdings holdings)
 {
     if (!is_complete()) {
-        write_marker(path_, card);
+        write_marker(path_, Marker{card, holdings});
         card_ = card;
+        holdings_ = holdings;
         is_new_ = false;
     }
 }
@@ -156,7 +187,7 @@ StateDirectory::~StateDirectory()
 
 StateDirectory::StateDirectory(StateDirectory &&other) noexcept
     : path_(std::move(other.path_)), access_(other.access_), card_(std::move(other.card_)),
-      is_new_(std::exchange(other.is_new_, false)),
+      holdings_(other.holdings_), is_new_(std::exchange(other.is_new_, false)),
       made_directory_(std::exchange(other.made_directory_, false)),
       lock_(std::exchange(other.lock_, -1))
 {

@@ -24,9 +24,16 @@ constexpr std::string_view being_made = "being made\n";
     throw StateError(path.string() + ": " + why);
 }
 
-std::string text_of_card(const CardConfig &card)
+// What a marker says of the holdings; none is said of a card with its host.
+constexpr struct {
+    Holdings holdings;
+    const char *name;
+} named_holdings[] = {{Holdings::card, "card"}, {Holdings::host, "host"}};
+
+std::string text_of_marker(const Marker &marker)
 {
-    const toml::table document{
+    const CardConfig &card = marker.card;
+    toml::table document{
         {"card", toml::table{{"name", card.name},
                              {"type", int64_t{card.card_type}},
                              {"slot", int64_t{card.slot}}}},
@@ -35,6 +42,11 @@ std::string text_of_card(const CardConfig &card)
                             {"ext_conf_rows", int64_t{card.ext_conf_capacity}}}},
         {"window", toml::table{{"bytes", static_cast<int64_t>(card.window_bytes)}}},
     };
+    for (const auto &[holdings, name] : named_holdings) {
+        if (marker.holdings == holdings) {
+            document.insert("holds", name);
+        }
+    }
     std::ostringstream text;
     text << document << '\n';
     return text.str();
@@ -52,9 +64,25 @@ bool take(const toml::table &document, const char *place, Field &field)
     return true;
 }
 
-std::optional<CardConfig> card_of_text(std::string_view text)
+bool take_holdings(const toml::table &document, Holdings &holdings)
 {
-    CardConfig card;
+    const toml::node *told = document.get("holds");
+    if (told == nullptr) {
+        return true;
+    }
+    for (const auto &[known, name] : named_holdings) {
+        if (told->value<std::string>() == name) {
+            holdings = known;
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<Marker> marker_of_text(std::string_view text)
+{
+    Marker marker;
+    CardConfig &card = marker.card;
     try {
         const toml::table document = toml::parse(text);
         const auto name = document.at_path("card.name").value<std::string>();
@@ -63,7 +91,8 @@ std::optional<CardConfig> card_of_text(std::string_view text)
             take(document, "card.slot", card.slot) && take(document, "nps.count", card.num_nps) &&
             take(document, "nps.service_config_rows", card.service_config_capacity) &&
             take(document, "nps.ext_conf_rows", card.ext_conf_capacity) &&
-            take(document, "window.bytes", card.window_bytes);
+            take(document, "window.bytes", card.window_bytes) &&
+            take_holdings(document, marker.holdings);
         if (!whole) {
             return std::nullopt;
         }
@@ -71,12 +100,12 @@ std::optional<CardConfig> card_of_text(std::string_view text)
     } catch (const toml::parse_error &) {
         return std::nullopt;
     }
-    return card;
+    return marker;
 }
 
 } // namespace
 
-std::optional<CardConfig> read_marker(const std::filesystem::path &directory)
+std::optional<Marker> read_marker(const std::filesystem::path &directory)
 {
     const std::filesystem::path path = directory / marker_name;
     const std::string text = read_file(path);
@@ -93,18 +122,18 @@ std::optional<CardConfig> read_marker(const std::filesystem::path &directory)
     if (rest == being_made) {
         return std::nullopt;
     }
-    std::optional<CardConfig> card = card_of_text(rest);
-    if (!card) {
+    std::optional<Marker> marker = marker_of_text(rest);
+    if (!marker) {
         fail(path, "is damaged: it does not say which card the state was made for");
     }
-    return card;
+    return marker;
 }
 
-void write_marker(const std::filesystem::path &directory, const std::optional<CardConfig> &card)
+void write_marker(const std::filesystem::path &directory, const std::optional<Marker> &marker)
 {
     const std::filesystem::path unfinished = directory / unfinished_marker_name;
     const std::string text = std::string(first_words) + std::to_string(state_version) + '\n' +
-                             (card ? text_of_card(*card) : std::string(being_made));
+                             (marker ? text_of_marker(*marker) : std::string(being_made));
     bool done = false;
     {
         const Descriptor file(

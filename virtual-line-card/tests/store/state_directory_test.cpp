@@ -158,4 +158,48 @@ TEST(StateDirectories, TakingBackDoesNothingToAnOldOne)
     EXPECT_EQ(all_files(top.path()), before);
 }
 
+TEST(StateDirectories, WhatACompleteOneHoldsIsToldByItsMarker)
+{
+    for (const Holdings holdings : {Holdings::card, Holdings::host, Holdings::card_and_host}) {
+        const TestDirectory top;
+        StateDirectory(top.path(), Access::read_write).complete(CardConfig{}, holdings);
+        EXPECT_EQ(StateDirectory(top.path(), Access::read_only).holdings(), holdings);
+    }
+}
+
+TEST(StateDirectories, AMarkerThatNamesUnknownHoldingsIsRefused)
+{
+    const TestDirectory top;
+    StateDirectory(top.path(), Access::read_write).complete(CardConfig{}, Holdings::card);
+    std::string marker = content_of(top.file("virtual-line-card"));
+    const size_t place = marker.find("holds = ");
+    ASSERT_NE(place, std::string::npos) << marker;
+    marker.replace(place, marker.find('\n', place) - place, "holds = 'router'");
+    write_file(top.file("virtual-line-card"), marker);
+    EXPECT_EQ(refusal([&] { StateDirectory(top.path(), Access::read_only); }),
+              top.file("virtual-line-card").string() +
+                  ": is damaged: it does not say which card the state was made for");
+}
+
+TEST(StateDirectories, AWriterGoesOnOnlyWithWhatItWasMadeFor)
+{
+    const TestDirectory top;
+    StateDirectory directory(top.path(), Access::read_write);
+    EXPECT_EQ(refusal([&] { directory.require(Holdings::host); }), "") << "nothing is in it yet";
+    directory.complete(CardConfig{}, Holdings::card_and_host);
+    EXPECT_EQ(refusal([&] { directory.require(Holdings::card_and_host); }), "");
+    EXPECT_EQ(refusal([&] { directory.require(Holdings::card); }),
+              top.path().string() +
+                  ": holds a card with its host, and a card without a host cannot go on with it");
+}
+
+TEST(StateDirectories, AReaderFindsACardWithOrWithoutItsHost)
+{
+    const TestDirectory top;
+    StateDirectory(top.path(), Access::read_write).complete(CardConfig{}, Holdings::card_and_host);
+    const StateDirectory directory(top.path(), Access::read_only);
+    EXPECT_EQ(refusal([&] { directory.require(Holdings::card); }), "");
+    EXPECT_EQ(refusal([&] { directory.require(Holdings::host); }), "");
+}
+
 } // namespace vlc::test

@@ -1,0 +1,53 @@
+// A card as a tool sees it beside its platform services: what its hardware holds, and packets for
+// its data plane. The same for a card in this process, one behind a socket and one that no process
+// runs. Whatever cannot be read throws StateError.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+#include "vlc/card_config.h"
+#include "vlc/data_plane.h"
+#include "vlc/np_store.h"
+#include "vlc/prm_store.h"
+
+namespace vlc {
+
+// Looking changes nothing and takes no lock.
+class CardAccess {
+public:
+    using VisitRow = std::function<void(const TableRow &row)>;
+    using VisitAnswer = std::function<void(uint32_t handle, const StoredAnswer &answer)>;
+
+    virtual ~CardAccess() = default;
+    virtual const CardConfig &config() const = 0;
+    virtual void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) = 0;
+    // Of every handle, the oldest of each first.
+    virtual void for_each_unread_answer(const VisitAnswer &visit) = 0;
+    // By the counter's place in the bank, 0 to CounterBank::count - 1.
+    virtual PacketCount counter(uint32_t np, uint32_t place) = 0;
+};
+
+// A card that runs.
+class RunningCard : public CardAccess {
+public:
+    // For the data plane, in order. A packet may wait for others until traffic() is asked for.
+    // Returns false when it was the first of some that did not reach the card: its connection is
+    // broken, and may come back.
+    virtual bool process(const CapturedPacket &packet) = 0;
+    struct Traffic {
+        DataPlaneTotals totals;   // of the packets that were given in here
+        uint64_t undelivered = 0; // did not reach the card, or nobody knows whether
+    };
+    virtual Traffic traffic() = 0;
+    // Returns when everything that the card has had to say by now has reached the event manager.
+    virtual void settle() = 0;
+};
+
+// The hardware in a state directory, whether or not a process runs it. The directory of a host that
+// is connected to its card by a socket holds none and is refused.
+std::unique_ptr<CardAccess> look_into_directory(const std::filesystem::path &state_directory);
+
+} // namespace vlc

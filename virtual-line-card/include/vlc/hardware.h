@@ -1,0 +1,50 @@
+// What the process of a card owns: its NPs and PRM, on a state directory that is open. The host's
+// process has one when it is its own card; otherwise the card's process has it alone.
+#pragma once
+
+#include "vlc/card_access.h"
+#include "vlc/prm.h"
+
+namespace vlc {
+
+class Hardware {
+public:
+    // Throws StateError, also for a directory that was made for a card of another type. PRM is off.
+    Hardware(const CardConfig &config, const StateDirectory &directory);
+
+    const CardConfig &config() const { return config_; }
+    NpStore &nps() { return nps_; }
+    PrmStore &prm_store() { return prm_store_; }
+    Prm &prm() { return prm_; }
+
+private:
+    CardConfig config_;
+    NpStore nps_;
+    PrmStore prm_store_;
+    Prm prm_;
+};
+
+// Throws StateError when the directory was made for a card of another type: the type decides how a
+// card's programs are understood, so a state stays with the one it has.
+void require_same_type(const StateDirectory &directory, const CardConfig &config);
+
+// The hardware of this process.
+class HardwareAccess final : public RunningCard {
+public:
+    explicit HardwareAccess(Hardware &hardware);
+
+    const CardConfig &config() const override { return hardware_.config(); }
+    void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) override;
+    void for_each_unread_answer(const VisitAnswer &visit) override;
+    PacketCount counter(uint32_t np, uint32_t place) override;
+
+    bool process(const CapturedPacket &packet) override;
+    Traffic traffic() override { return {plane_.totals(), 0}; }
+    void settle() override {} // what PRM says is on the event manager when it is said
+
+private:
+    Hardware &hardware_;
+    DataPlane plane_;
+};
+
+} // namespace vlc

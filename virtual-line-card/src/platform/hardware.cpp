@@ -1,0 +1,74 @@
+#include "vlc/hardware.h"
+
+#include <cinttypes>
+#include <cstdio>
+#include <string>
+
+#include "vlc/state_error.h"
+
+namespace vlc {
+
+namespace {
+
+std::string hexadecimal(uint32_t value)
+{
+    char text[16];
+    std::snprintf(text, sizeof text, "0x%" PRIX32, value);
+    return text;
+}
+
+const StateDirectory &of_type(const StateDirectory &directory, const CardConfig &config)
+{
+    require_same_type(directory, config);
+    return directory;
+}
+
+} // namespace
+
+void require_same_type(const StateDirectory &directory, const CardConfig &config)
+{
+    if (directory.card() && directory.card()->card_type != config.card_type) {
+        throw StateError(directory.path().string() + ": was made for a card of type " +
+                         hexadecimal(directory.card()->card_type) + ", and " +
+                         hexadecimal(config.card_type) + " is asked for");
+    }
+}
+
+Hardware::Hardware(const CardConfig &config, const StateDirectory &directory)
+    : config_(config), nps_(of_type(directory, config), config), prm_store_(directory),
+      prm_(nps_, prm_store_)
+{
+}
+
+HardwareAccess::HardwareAccess(Hardware &hardware)
+    : hardware_(hardware), plane_(hardware.nps(), hardware.config())
+{
+}
+
+void HardwareAccess::for_each_row(uint32_t np, TableKind table, const VisitRow &visit)
+{
+    if (np >= hardware_.nps().size())
+        throw StateError("the card has no NP " + std::to_string(np));
+    hardware_.nps()[np].table(table).for_each(visit);
+}
+
+void HardwareAccess::for_each_unread_answer(const VisitAnswer &visit)
+{
+    hardware_.prm_store().for_each_unread(visit);
+}
+
+PacketCount HardwareAccess::counter(uint32_t np, uint32_t place)
+{
+    if (np >= hardware_.nps().size() || place >= CounterBank::count)
+        throw StateError("the card has no NP " + std::to_string(np) + " with a counter " +
+                         std::to_string(place));
+    return hardware_.nps()[np].counters().read(place);
+}
+
+bool HardwareAccess::process(const CapturedPacket &packet)
+{
+    plane_.process(packet);
+    return true;
+}
+
+} // namespace vlc

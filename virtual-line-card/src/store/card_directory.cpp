@@ -1,0 +1,60 @@
+// The hardware of a state directory, for looking alone.
+#include <string>
+#include <utility>
+
+#include "vlc/card_access.h"
+#include "vlc/state_error.h"
+
+namespace vlc {
+
+namespace {
+
+// Each look opens the files anew, so that it shows them as they are then.
+class CardDirectory final : public CardAccess {
+public:
+    explicit CardDirectory(const std::filesystem::path &path) : directory_(path, Access::read_only)
+    {
+        directory_.require(Holdings::card);
+        if (!directory_.card())
+            throw StateError(path.string() + ": is not complete: its card was never up");
+    }
+
+    const CardConfig &config() const override { return *directory_.card(); }
+
+    void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) override
+    {
+        Np(directory_, checked(np), config()).table(table).for_each(visit);
+    }
+
+    void for_each_unread_answer(const VisitAnswer &visit) override
+    {
+        PrmStore(directory_).for_each_unread(visit);
+    }
+
+    PacketCount counter(uint32_t np, uint32_t place) override
+    {
+        if (place >= CounterBank::count)
+            throw StateError("an NP has no counter " + std::to_string(place));
+        return Np(directory_, checked(np), config()).counters().read(place);
+    }
+
+private:
+    uint32_t checked(uint32_t np) const
+    {
+        if (np >= config().num_nps)
+            throw StateError(directory_.path().string() + ": its card has no NP " +
+                             std::to_string(np));
+        return np;
+    }
+
+    StateDirectory directory_;
+};
+
+} // namespace
+
+std::unique_ptr<CardAccess> look_into_directory(const std::filesystem::path &state_directory)
+{
+    return std::make_unique<CardDirectory>(state_directory);
+}
+
+} // namespace vlc
