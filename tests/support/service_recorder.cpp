@@ -16,13 +16,8 @@ bool is_debug_service(const std::string &service)
 } // namespace
 
 ServiceRecorder::ServiceRecorder()
+    : tap_([this](const vlc::ServiceCall &call) { return on_call(call); })
 {
-    vlc::set_service_tap([this](const vlc::ServiceCall &call) { return on_call(call); });
-}
-
-ServiceRecorder::~ServiceRecorder()
-{
-    vlc::set_service_tap({});
 }
 
 void ServiceRecorder::force(const std::string &service, uint64_t result, uint64_t nth,

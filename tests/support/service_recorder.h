@@ -19,8 +19,9 @@ struct RecordedCall {
 
 class ServiceRecorder {
 public:
-    ServiceRecorder();  // puts the tap on
-    ~ServiceRecorder(); // and takes it off
+    ServiceRecorder(); // on the services for as long as it lives
+    ServiceRecorder(const ServiceRecorder &) = delete;
+    ServiceRecorder &operator=(const ServiceRecorder &) = delete;
 
     // Trace and debug services are left out unless asked for: every message calls them.
     void record_debug_services(bool record) { record_debug_ = record; }
@@ -59,6 +60,7 @@ private:
     std::map<std::string, Rule> rules_;
     std::map<std::string, Script> scripts_;
     std::function<void(const vlc::ServiceCall &)> observer_;
+    vlc::AddedServiceTap tap_; // last: what it calls is there before it
 };
 
 } // namespace test

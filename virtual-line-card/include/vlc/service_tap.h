@@ -1,5 +1,5 @@
-// A tap on every platform service that the card offers: sees each call in order, and may answer in
-// the service's place. Tests record and force with it; a fault plan is a tap.
+// Taps on every platform service that the card offers: each sees the calls in order, and may answer
+// in the service's place. Tests record and force with them; a fault plan is a tap.
 #pragma once
 
 #include <algorithm>
@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <initializer_list>
+#include <memory>
 #include <optional>
 
 namespace vlc {
@@ -23,10 +24,26 @@ struct ServiceCall {
 // nothing to let it happen. Outputs of a forced call are the tap's to fill.
 using ServiceTap = std::function<std::optional<uint64_t>(const ServiceCall &)>;
 
-void set_service_tap(ServiceTap tap); // an empty function takes the tap off
+// A tap that is on for as long as this lives. Taps are asked in the order in which they were put
+// on; the first result is given, and those behind it do not see the call.
+class AddedServiceTap {
+public:
+    explicit AddedServiceTap(ServiceTap tap);
+    ~AddedServiceTap();
+    AddedServiceTap(const AddedServiceTap &) = delete;
+    AddedServiceTap &operator=(const AddedServiceTap &) = delete;
 
-// For the services themselves: the forced result, if the tap gives one. A service that the tap
-// itself calls is performed without asking it again.
+    struct Entry;
+
+private:
+    std::shared_ptr<Entry> entry_;
+};
+
+// One tap that stays until another is set in its place; an empty function takes it off.
+void set_service_tap(ServiceTap tap);
+
+// For the services themselves: the forced result, if a tap gives one. A service that a tap itself
+// calls is performed without asking any.
 extern bool service_tap_is_set;
 std::optional<uint64_t> ask_service_tap(const ServiceCall &call);
 

@@ -213,4 +213,91 @@ TEST_F(ServiceTaps, MayTakeThemselvesOff)
     EXPECT_EQ(1u, calls.size());
 }
 
+// ---- several taps ------------------------------------------------------------------------------
+
+class ServiceTapList : public card_test::CardTest {
+protected:
+    // Writes down that it was asked, and answers with `result`, or not at all for 0.
+    vlc::ServiceTap named(char name, uint64_t result = 0)
+    {
+        return [this, name, result](const vlc::ServiceCall &) -> std::optional<uint64_t> {
+            asked += name;
+            return result != 0 ? std::optional(result) : std::nullopt;
+        };
+    }
+    uint64_t ask() { return platform_get_my_card_type(); }
+
+    std::string asked;
+};
+
+TEST_F(ServiceTapList, IsAskedInTheOrderInWhichTheTapsWerePutOn)
+{
+    const vlc::AddedServiceTap first(named('1'));
+    const vlc::AddedServiceTap second(named('2'));
+    const vlc::AddedServiceTap third(named('3'));
+    EXPECT_EQ(card().config().card_type, ask());
+    EXPECT_EQ("123", asked);
+}
+
+TEST_F(ServiceTapList, GivesTheFirstResultAndAsksNoneBehindIt)
+{
+    const vlc::AddedServiceTap first(named('1'));
+    const vlc::AddedServiceTap second(named('2', 22));
+    const vlc::AddedServiceTap third(named('3', 33));
+    EXPECT_EQ(22u, ask());
+    EXPECT_EQ("12", asked);
+}
+
+TEST_F(ServiceTapList, ATapIsAskedForAsLongAsItLives)
+{
+    const vlc::AddedServiceTap stays(named('s'));
+    {
+        const vlc::AddedServiceTap goes(named('g', 5));
+        EXPECT_EQ(5u, ask());
+    }
+    EXPECT_EQ(card().config().card_type, ask());
+    EXPECT_EQ("sgs", asked);
+}
+
+TEST_F(ServiceTapList, TheSetTapIsReplacedAndTheOthersStay)
+{
+    const vlc::AddedServiceTap added(named('a'));
+    vlc::set_service_tap(named('1'));
+    vlc::set_service_tap(named('2'));
+    ask();
+    vlc::set_service_tap({});
+    ask();
+    EXPECT_EQ("a2a", asked);
+}
+
+TEST_F(ServiceTapList, ATapThatATapTakesOffIsNotAskedAboutTheSameCall)
+{
+    std::optional<vlc::AddedServiceTap> second;
+    const vlc::AddedServiceTap first([&](const vlc::ServiceCall &) -> std::optional<uint64_t> {
+        asked += '1';
+        second.reset();
+        return std::nullopt;
+    });
+    second.emplace(named('2'));
+    ask();
+    EXPECT_EQ("1", asked);
+}
+
+TEST_F(ServiceTapList, ATapThatATapPutsOnIsAskedFromTheNextCallOn)
+{
+    std::optional<vlc::AddedServiceTap> second;
+    const vlc::AddedServiceTap first([&](const vlc::ServiceCall &) -> std::optional<uint64_t> {
+        asked += '1';
+        if (!second) {
+            second.emplace(named('2'));
+            EXPECT_EQ(card().config().card_type, ask()) << "no tap is asked inside a tap";
+        }
+        return std::nullopt;
+    });
+    ask();
+    EXPECT_EQ("1", asked);
+    ask();
+    EXPECT_EQ("112", asked);
+}
+
 } // namespace
