@@ -7,7 +7,9 @@
 #include <memory>
 
 #include "platform_prm.h"
+#include "vlc/event_manager.h"
 #include "vlc/np_store.h"
+#include "vlc/prm_faults.h"
 #include "vlc/prm_store.h"
 
 namespace vlc {
@@ -27,11 +29,16 @@ enum PrmCode : uint32_t {
     prm_bad_counter = 0x257C540B
 };
 
+class HeldAnswers;
+
 enum class PrmEvent { connection_up, connection_down, connection_error, np_running, np_warm_boot };
 
 class Prm {
 public:
     Prm(NpStore &nps, PrmStore &store);
+    ~Prm();
+    Prm(const Prm &) = delete;
+    Prm &operator=(const Prm &) = delete;
 
     // ---- what a person or a test does to PRM
     void power_on();                // connection comes up
@@ -42,13 +49,16 @@ public:
     void np_reset();                // tables of every NP are lost, NPs come to running
     void np_warm_boot();
     bool is_up() const { return up_; }
+    // What goes wrong from now on; an empty hook ends it. Answers that are kept back wait on
+    // `events`, which lives for as long as calls come. The hook must not call PRM.
+    void set_faults(PrmFaultHook hook, EventManager &events);
 
     // ---- what the client's half hears
     void on_event(std::function<void(PrmEvent)> listener);
     void on_answer(std::function<void(uint32_t handle)> listener);
 
     // ---- requests of the client's half
-    uint32_t find_handle(const char *name, uint32_t *handle) const;
+    uint32_t find_handle(const char *name, uint32_t *handle);
     uint32_t register_handle(uint32_t *handle);
     uint32_t reregister(uint32_t handle);
     uint32_t set_name(uint32_t handle, const char *name);
@@ -71,8 +81,13 @@ public:
     const Totals &totals() const { return totals_; }
 
 private:
+    class Faulted;
     void announce(PrmEvent event);
     void clear_tables();
+    void take_down(bool keep_tables);
+    bool queue(uint32_t handle, const StoredAnswer &answer);
+    bool give(uint32_t handle, const StoredAnswer &answer, const PrmFault &fault);
+    void carry_out(const PrmFault &fault);
 
     NpStore &nps_;
     PrmStore &store_;
@@ -80,6 +95,9 @@ private:
     std::function<void(PrmEvent)> event_listener_;
     std::function<void(uint32_t)> answer_listener_;
     Totals totals_{};
+    PrmFaultHook fault_hook_;
+    EventManager *fault_events_ = nullptr;
+    std::unique_ptr<HeldAnswers> held_;
 };
 
 } // namespace vlc

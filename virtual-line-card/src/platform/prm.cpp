@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "held_answers.h"
 #include "platform_prm_stats.h"
 
 namespace vlc {
@@ -40,6 +41,14 @@ bool is_well_formed(const prm_config_record &record, TableKind table, uint32_t o
     return record.np < nps && record.kind == PRM_RECORD_KIND && record.key_len > 0 &&
            record.key_len <= PRM_KEY_BYTES && record.result_len <= PRM_RESULT_BYTES &&
            named_table == static_cast<uint32_t>(table) && named_operation == operation;
+}
+
+const char *service_of(TableKind table, uint32_t operation)
+{
+    static constexpr const char *services[table_kinds][operations] = {
+        {"prm_srh_service_config_add", "prm_srh_service_config_mod", "prm_srh_service_config_del"},
+        {"prm_srh_ext_service_db_add", "prm_srh_ext_service_db_mod", "prm_srh_ext_service_db_del"}};
+    return services[static_cast<size_t>(table)][operation];
 }
 
 StoredAnswer answer_to(const prm_config_record &record, uint32_t status)
@@ -100,7 +109,55 @@ private:
 
 } // namespace
 
-Prm::Prm(NpStore &nps, PrmStore &store) : nps_(nps), store_(store) {}
+// A call that PRM takes in. The hook is asked before it is carried out; what the hook wants to
+// happen to PRM itself happens behind it.
+class Prm::Faulted {
+public:
+    Faulted(Prm &prm, const PrmCall &call)
+        : prm_(prm), fault_(prm.fault_hook_ ? prm.fault_hook_(call) : PrmFault{})
+    {
+    }
+    ~Faulted()
+    {
+        if (fault_.then != PrmFault::Then::nothing)
+            prm_.carry_out(fault_);
+    }
+    Faulted(const Faulted &) = delete;
+    Faulted &operator=(const Faulted &) = delete;
+    const PrmFault &fault() const { return fault_; }
+
+private:
+    Prm &prm_;
+    const PrmFault fault_;
+};
+
+Prm::Prm(NpStore &nps, PrmStore &store)
+    : nps_(nps), store_(store),
+      held_(std::make_unique<HeldAnswers>(
+          [this](uint32_t handle, const StoredAnswer &answer) { return queue(handle, answer); }))
+{
+}
+
+Prm::~Prm() = default;
+
+void Prm::set_faults(PrmFaultHook hook, EventManager &events)
+{
+    fault_hook_ = std::move(hook);
+    fault_events_ = &events;
+}
+
+void Prm::carry_out(const PrmFault &fault)
+{
+    if (fault.then == PrmFault::Then::np_reset)
+        return np_reset();
+    take_down(fault.keep_tables);
+    if (fault.down_turns == 0)
+        return come_up();
+    held_->after_turns(*fault_events_, fault.down_turns, [this] {
+        if (!up_) // nobody else brought it up
+            come_up();
+    });
+}
 
 void Prm::announce(PrmEvent event)
 {
@@ -135,10 +192,15 @@ void Prm::come_up()
 
 void Prm::restart(bool keep_tables)
 {
+    take_down(keep_tables);
+    come_up();
+}
+
+void Prm::take_down(bool keep_tables)
+{
     go_down();
     if (!keep_tables)
         clear_tables();
-    come_up();
 }
 
 void Prm::report_error()
@@ -167,10 +229,11 @@ void Prm::on_answer(std::function<void(uint32_t handle)> listener)
     answer_listener_ = std::move(listener);
 }
 
-uint32_t Prm::find_handle(const char *name, uint32_t *handle) const
+uint32_t Prm::find_handle(const char *name, uint32_t *handle)
 {
     if (!up_)
         return prm_not_connected;
+    const Faulted faulted(*this, {"prm_srh_get_handle"});
     const uint32_t found = store_.find_handle(name);
     if (found == 0)
         return prm_name_unknown;
@@ -182,6 +245,7 @@ uint32_t Prm::register_handle(uint32_t *handle)
 {
     if (!up_)
         return prm_not_connected;
+    const Faulted faulted(*this, {"prm_srh_register"});
     const uint32_t made = store_.make_handle();
     if (made == 0)
         return prm_no_handle;
@@ -195,6 +259,7 @@ uint32_t Prm::reregister(uint32_t handle)
         return prm_bad_handle;
     if (!up_)
         return prm_not_connected;
+    const Faulted faulted(*this, {"prm_srh_reregister"});
     return 0;
 }
 
@@ -204,6 +269,7 @@ uint32_t Prm::set_name(uint32_t handle, const char *name)
         return prm_bad_handle;
     if (!up_)
         return prm_not_connected;
+    const Faulted faulted(*this, {"prm_srh_set_name"});
     return store_.set_name(handle, name) ? 0 : uint32_t{EINVAL};
 }
 
@@ -217,29 +283,64 @@ uint32_t Prm::request(uint32_t handle, TableKind table, uint32_t operation,
     if (!up_)
         return prm_not_connected;
 
-    TableChange change(nps_[record.np].table(table), operation, record);
-    const uint32_t status = status_of(change.outcome());
-    if (!store_.push_answer(handle, answer_to(record, status))) {
-        change.undo();
+    const Faulted faulted(*this, {service_of(table, operation), &record, record.np});
+    const PrmFault &fault = faulted.fault();
+    std::optional<TableChange> change;
+    if (fault.answer != PrmFault::Answer::instead)
+        change.emplace(nps_[record.np].table(table), operation, record);
+    const uint32_t status = change ? status_of(change->outcome()) : fault.status;
+    if (!give(handle, answer_to(record, status), fault)) {
+        if (change)
+            change->undo();
         return prm_no_room;
     }
     totals_.requests[static_cast<size_t>(table)][operation]++;
     if (status != 0)
         totals_.failed[static_cast<size_t>(table)][operation]++;
+    return 0;
+}
+
+// Into the handle's queue, and said so. An answer that waits for this one is queued behind it.
+bool Prm::queue(uint32_t handle, const StoredAnswer &answer)
+{
+    if (!store_.push_answer(handle, answer))
+        return false;
+    held_->release_behind_next(handle);
     if (answer_listener_)
         answer_listener_(handle);
-    return 0;
+    return true;
+}
+
+bool Prm::give(uint32_t handle, const StoredAnswer &answer, const PrmFault &fault)
+{
+    switch (fault.answer) {
+    case PrmFault::Answer::lost:
+        return true;
+    case PrmFault::Answer::late:
+        held_->hold(*fault_events_, handle, answer, fault.late_turns);
+        return true;
+    case PrmFault::Answer::behind_the_next:
+        if (held_->waits_for_next(handle)) // this is the one that it waits for
+            break;
+        held_->hold_behind_next(*fault_events_, handle, answer);
+        return true;
+    case PrmFault::Answer::twice:
+        if (!queue(handle, answer))
+            return false;
+        held_->deliver(*fault_events_, handle, answer);
+        return true;
+    case PrmFault::Answer::as_it_is:
+    case PrmFault::Answer::instead:
+        break;
+    }
+    return queue(handle, answer);
 }
 
 uint32_t Prm::queue_answer(uint32_t handle, const StoredAnswer &answer)
 {
     if (!store_.is_handle(handle))
         return prm_bad_handle;
-    if (!store_.push_answer(handle, answer))
-        return prm_no_room;
-    if (answer_listener_)
-        answer_listener_(handle);
-    return 0;
+    return queue(handle, answer) ? 0 : uint32_t{prm_no_room};
 }
 
 uint32_t Prm::read_answer(uint32_t handle, prm_async_response *response)
@@ -248,6 +349,7 @@ uint32_t Prm::read_answer(uint32_t handle, prm_async_response *response)
         return prm_bad_handle;
     if (!up_)
         return prm_not_connected;
+    const Faulted faulted(*this, {"prm_srh_async_resp_data"});
     StoredAnswer answer;
     if (!store_.pop_answer(handle, &answer))
         return PRM_RESPONSE_QUEUE_EMPTY;
@@ -279,6 +381,7 @@ uint32_t Prm::read_counter(uint32_t np, uint32_t counter, uint32_t option, uint6
         return prm_bad_counter;
     if (!up_)
         return prm_not_connected;
+    const Faulted faulted(*this, {.service = "prm_stats_cl_read", .np = np});
     CounterBank &bank = nps_[np].counters();
     const auto number = static_cast<uint32_t>(place);
     const PacketCount count =
