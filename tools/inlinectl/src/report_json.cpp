@@ -129,6 +129,7 @@ void write_json(std::ostream &out, const RunReport &report)
         {"destinations", entries_json(report.destinations)},
         {"addresses", entries_json(report.addresses)},
         {"hardware_failures", failures_json(report.failures)},
+        {"evidence", report.evidence ? ordered_json(report.evidence->string()) : nullptr},
         {"problems", report.problems},
     };
     out << object.dump(2, ' ', false, ordered_json::error_handler_t::replace) << "\n";

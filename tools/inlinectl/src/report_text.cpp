@@ -248,6 +248,8 @@ private:
         if (failures.missed_messages() > 0)
             out_ << "  and " << counted(failures.missed_messages(), "message", "messages")
                  << " of the library that were overwritten unread\n";
+        if (report_.evidence)
+            out_ << "  evidence of the first: " << report_.evidence->string() << "\n";
     }
 
     std::ostream &out_;

@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "capture_scan.h"
+#include "evidence.h"
 #include "exit_code.h"
 #include "interrupt.h"
 #include "numbers.h"
@@ -90,8 +91,10 @@ public:
     Run(const RunOptions &options, const RunInput &input, Progress &progress,
         const std::filesystem::path &state_directory)
         : options_(options), input_(input), progress_(progress), card_(input.card, state_directory),
-          host_(handles_of(card_))
+          host_(handles_of(card_)), evidence_(options.state_directory)
     {
+        card_.on_failed_answer(
+            [this](const prm_async_response &answer) { evidence_.notice(answer); });
         report_.card = input.card;
         report_.captures = options.captures.size();
     }
@@ -114,6 +117,7 @@ private:
     {
         card_.events().run_until_idle();
         report_.failures.look();
+        evidence_.write(host_.root(), card_.access());
     }
 
     void program()
@@ -157,6 +161,9 @@ private:
         rank_entries(report_);
         report_.requests = card_.prm().totals();
         report_.interrupted = interrupted();
+        report_.evidence = evidence_.bundle();
+        if (!evidence_.failure().empty())
+            report_.problems.push_back("no evidence could be kept: " + evidence_.failure());
         if (const uint64_t failed = report_.failures.count(); failed > 0)
             report_.problems.push_back(
                 counted(failed, "request to the hardware", "requests to the hardware") + " failed");
@@ -174,6 +181,7 @@ private:
     Progress &progress_;
     vlc::VirtualLineCard card_;
     services::ServiceHost host_;
+    Evidence evidence_;
     std::optional<services::TrafficMeter> meter_;
     uint64_t fullest_ = 0; // bytes in use of the window
     RunReport report_;

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -23,7 +25,8 @@ struct RunReport {
     vlc::DataPlaneTotals traffic;
     vlc::Prm::Totals requests{};
     HardwareFailures failures;
-    std::vector<std::string> problems; // what failed, one line each
+    std::optional<std::filesystem::path> evidence; // of the first late failure, with --state
+    std::vector<std::string> problems;             // what failed, one line each
     bool interrupted = false;
 
     bool went_well() const { return problems.empty() && !interrupted; }

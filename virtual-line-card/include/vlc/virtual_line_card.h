@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "vlc/card_access.h"
@@ -31,7 +32,9 @@ public:
     uint32_t window_id() const; // what a host puts into its context as shmwin_id
     NpStore &nps();
     Prm &prm();
-    RunningCard &access();                     // its hardware, for looking and for packets
+    RunningCard &access(); // its hardware, for looking and for packets
+    // Sees each answer of a request that was not carried out, when the library reads it.
+    void on_failed_answer(std::function<void(const prm_async_response &)> listener);
     bool data_path_statistics_started() const; // by plm_dpss_stats_init
 
 private:

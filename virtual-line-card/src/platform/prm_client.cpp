@@ -161,6 +161,8 @@ uint32_t PrmClient::read_answer(void *handle, prm_async_response *response)
     const auto registration = registrations_.find(number);
     if (code == 0 && registration != registrations_.end())
         registration->second.answers_read++;
+    if (code == 0 && response->status != 0 && failed_answer_listener_)
+        failed_answer_listener_(*response);
     return code;
 }
 

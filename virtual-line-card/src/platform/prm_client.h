@@ -8,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 
 #include "platform_prm.h"
 #include "prm_transport.h"
@@ -32,6 +33,11 @@ public:
     uint32_t request(void *handle, TableKind table, uint32_t operation,
                      const prm_config_record *record);
     uint32_t read_answer(void *handle, prm_async_response *response);
+    // Sees each answer of a request that was not carried out, when it is read.
+    void on_failed_answer(std::function<void(const prm_async_response &)> listener)
+    {
+        failed_answer_listener_ = std::move(listener);
+    }
 
     uint32_t set_up_delay_queue(void *handle, uint32_t depth, uint32_t seconds, prm_delay_fn delay);
     uint32_t process_delayed(uint32_t refnum);
@@ -72,6 +78,7 @@ private:
     void call_back(uint32_t handle, uint64_t generation);
 
     PrmTransport &prm_;
+    std::function<void(const prm_async_response &)> failed_answer_listener_;
     std::map<std::string, Connection> connections_; // by client name; each keeps its address
     std::map<uint32_t, Registration> registrations_;
     DelayQueue delay_queue_;

@@ -118,6 +118,11 @@ RunningCard &VirtualLineCard::access()
     return state_->access;
 }
 
+void VirtualLineCard::on_failed_answer(std::function<void(const prm_async_response &)> listener)
+{
+    state_->client.on_failed_answer(std::move(listener));
+}
+
 bool VirtualLineCard::data_path_statistics_started() const
 {
     return state_->data_path_statistics_started;
