@@ -76,7 +76,7 @@ struct AuditReport {
         std::array<uint64_t, SHADOW_DB_TABLES> rows{};
         uint64_t counters_in_use = 0; // bits of the bitmap
     };
-    std::vector<Finding> findings; // by kind, then in the order of the shadow DB and of the NPs
+    std::vector<Finding> findings; // by kind, then by NP
     std::vector<UnreadAnswer> in_flight;
     std::vector<Np> nps;
     uint64_t entries = 0;                              // main entries
