@@ -1,10 +1,13 @@
-// The list library. It needs no card, and its lists may lie in the window.
-#include <cstring>
-
+// The list library. It needs no card, and its lists may lie in the window, where they outlive the
+// process. So the forward chain, `first` and each `next`, is right at every instruction: an element
+// is filled in before one store puts it in, and one store takes it out. All the rest follows from
+// the chain, and whoever finds a list that a kill left can make it again.
+#include "../store/publish.h"
 #include "platform_list.h"
 #include "tap_words.h"
 
 using vlc::forced_as;
+using vlc::publish;
 using vlc::tapped_call;
 
 namespace {
@@ -18,7 +21,7 @@ list_link *link_of(void *element)
 
 void take_out(list_record &list, list_link &link)
 {
-    (link.prev ? link.prev->next : list.first) = link.next;
+    publish(link.prev ? link.prev->next : list.first, link.next);
     (link.next ? link.next->prev : list.last) = link.prev;
     list.count--;
     link = {};
@@ -45,7 +48,7 @@ uint32_t list_enqueue_default(list_record *list, void *element, void *data)
         return refused;
     list_link &link = *link_of(element);
     link = {nullptr, list->last, data, list};
-    (list->last ? list->last->next : list->first) = &link;
+    publish(list->last ? list->last->next : list->first, &link);
     list->last = &link;
     list->count++;
     return LIST_OK;
