@@ -3,6 +3,7 @@
 #include "inline_service_shadowdb.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <span>
@@ -261,6 +262,19 @@ bool is_live(const shmem_node &node)
     return node.app_node.shmem_node == &node;
 }
 
+// Gives a stored node the content of a request. Until it is whole the node does not name itself, so
+// that a kill in between shows; the hardware has heard nothing by then.
+void overwrite(shmem_node &node, const app_node &content)
+{
+    app_node whole = content;
+    whole.shmem_node = nullptr;
+    node.app_node.shmem_node = nullptr;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    node.app_node = whole;
+    std::atomic_signal_fence(std::memory_order_seq_cst);
+    node.app_node.shmem_node = &node;
+}
+
 void free_node(shmem_node *node)
 {
     node->app_node.shmem_node = nullptr;
@@ -359,7 +373,7 @@ uint32_t modify_node(uint32_t key, const app_node_element &request)
     shmem_node *node = named_node(request);
     if (node == nullptr)
         return EINVAL;
-    node->app_node = request.app_node; // the link and the counters stay
+    overwrite(*node, request.app_node); // the link and the counters stay
 
     // Kept: the new content stays also when the hardware refuses it.
     const uint32_t rc = inline_svc_prm_update(node);
@@ -382,7 +396,7 @@ uint32_t delete_node(uint32_t key, const app_node_element &request)
     if (node == nullptr)
         return EINVAL;
     if (&node->app_node != &request.app_node) // a clear names the node by itself
-        node->app_node = request.app_node;
+        overwrite(*node, request.app_node);
 
     uint32_t rc = inline_svc_prm_update(node);
     if (rc != 0) {
