@@ -34,10 +34,10 @@ uint32_t EmbeddedPrm::set_name(uint32_t handle, const std::string &name)
     return prm_.set_name(handle, name.c_str());
 }
 
-uint32_t EmbeddedPrm::request(uint32_t handle, TableKind table, uint32_t operation,
-                              const prm_config_record &record)
+Taken EmbeddedPrm::request(uint32_t handle, TableKind table, uint32_t operation,
+                           const prm_config_record &record)
 {
-    return prm_.request(handle, table, operation, record);
+    return {prm_.request(handle, table, operation, record)};
 }
 
 uint32_t EmbeddedPrm::read_answer(uint32_t handle, prm_async_response *response)

@@ -17,8 +17,8 @@ public:
     uint32_t register_handle(uint32_t *handle) override;
     uint32_t reregister(uint32_t handle) override;
     uint32_t set_name(uint32_t handle, const std::string &name) override;
-    uint32_t request(uint32_t handle, TableKind table, uint32_t operation,
-                     const prm_config_record &record) override;
+    Taken request(uint32_t handle, TableKind table, uint32_t operation,
+                  const prm_config_record &record) override;
     uint32_t read_answer(uint32_t handle, prm_async_response *response) override;
     uint64_t unread(uint32_t handle) override { return prm_.unread(handle); }
     bool is_handle(uint32_t handle) override { return prm_.is_handle(handle); }

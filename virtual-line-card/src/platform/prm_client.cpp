@@ -43,6 +43,8 @@ prm_notification notification_of(PrmEvent event)
 PrmClient::PrmClient(PrmTransport &prm) : prm_(prm)
 {
     prm_.on_event([this](PrmEvent event) {
+        if (event == PrmEvent::connection_down)
+            ledger_.note_break();
         for (const auto &[name, connection] : connections_)
             notify(connection, event);
     });
@@ -145,9 +147,12 @@ uint32_t PrmClient::request(void *handle, TableKind table, uint32_t operation,
                             const prm_config_record *record)
 {
     const uint32_t number = number_of(handle);
-    if (!prm_.is_handle(number))
-        return prm_bad_handle;
-    return record ? prm_.request(number, table, operation, *record) : uint32_t{prm_bad_record};
+    if (!record)
+        return prm_.is_handle(number) ? prm_bad_record : prm_bad_handle;
+    const Taken taken = prm_.request(number, table, operation, *record);
+    if (taken.code == 0 || taken.in_doubt)
+        ledger_.note_request(*record, taken.in_doubt);
+    return taken.code;
 }
 
 // ---- answers -----------------------------------------------------------------------------------
@@ -158,6 +163,8 @@ uint32_t PrmClient::read_answer(void *handle, prm_async_response *response)
         return EINVAL;
     const uint32_t number = number_of(handle);
     const uint32_t code = prm_.read_answer(number, response);
+    if (code == 0)
+        ledger_.note_answer(*response);
     const auto registration = registrations_.find(number);
     if (code == 0 && registration != registrations_.end())
         registration->second.answers_read++;

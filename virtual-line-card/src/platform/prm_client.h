@@ -12,6 +12,7 @@
 
 #include "platform_prm.h"
 #include "prm_transport.h"
+#include "vlc/prm_ledger.h"
 
 namespace vlc {
 
@@ -38,6 +39,8 @@ public:
     {
         failed_answer_listener_ = std::move(listener);
     }
+
+    const PrmLedger &ledger() const { return ledger_; }
 
     uint32_t set_up_delay_queue(void *handle, uint32_t depth, uint32_t seconds, prm_delay_fn delay);
     uint32_t process_delayed(uint32_t refnum);
@@ -78,6 +81,7 @@ private:
     void call_back(uint32_t handle, uint64_t generation);
 
     PrmTransport &prm_;
+    PrmLedger ledger_;
     std::function<void(const prm_async_response &)> failed_answer_listener_;
     std::map<std::string, Connection> connections_; // by client name; each keeps its address
     std::map<uint32_t, Registration> registrations_;

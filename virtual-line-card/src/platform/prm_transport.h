@@ -15,6 +15,12 @@ struct CounterRegion {
     uint32_t size;
 };
 
+// What became of handing a request over.
+struct Taken {
+    uint32_t code;
+    bool in_doubt = false; // it went out, and the connection broke before PRM said anything
+};
+
 class PrmTransport {
 public:
     virtual ~PrmTransport() = default;
@@ -27,8 +33,8 @@ public:
     virtual uint32_t register_handle(uint32_t *handle) = 0;
     virtual uint32_t reregister(uint32_t handle) = 0;
     virtual uint32_t set_name(uint32_t handle, const std::string &name) = 0;
-    virtual uint32_t request(uint32_t handle, TableKind table, uint32_t operation,
-                             const prm_config_record &record) = 0;
+    virtual Taken request(uint32_t handle, TableKind table, uint32_t operation,
+                          const prm_config_record &record) = 0;
     virtual uint32_t read_answer(uint32_t handle, prm_async_response *response) = 0;
     virtual uint64_t unread(uint32_t handle) = 0;
     virtual bool is_handle(uint32_t handle) = 0;

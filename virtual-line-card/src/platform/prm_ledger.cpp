@@ -1,0 +1,52 @@
+#include "vlc/prm_ledger.h"
+
+#include <algorithm>
+
+namespace vlc {
+
+namespace {
+
+std::string text_of(const uint8_t *bytes, size_t size)
+{
+    return {bytes, bytes + size};
+}
+
+} // namespace
+
+void PrmLedger::note_request(const prm_config_record &record, bool in_doubt)
+{
+    const size_t key_bytes = std::min<size_t>(record.key_len, sizeof record.key);
+    Open &open = open_[{record.np, record.refnum, text_of(record.key, key_bytes)}];
+    ++(in_doubt ? open.in_doubt : open.taken);
+    ++(in_doubt ? sums_.in_doubt : sums_.unanswered);
+    const uint32_t table = record.refnum & PRM_REFNUM_TABLE_MASK;
+    const uint32_t operation = record.refnum >> PRM_REFNUM_OP_SHIFT;
+    if (!in_doubt && table < table_kinds && operation < std::size(sums_.requests[0]))
+        ++sums_.requests[table][operation];
+}
+
+void PrmLedger::note_answer(const prm_async_response &response)
+{
+    if ((response.refnum & PRM_REFNUM_TABLE_MASK) == PRM_REFNUM_DELAY_QUEUE)
+        return; // PRM's own
+    const size_t key_bytes = std::min<size_t>(response.key_size, sizeof response.key);
+    const auto place = open_.find({response.np, response.refnum, text_of(response.key, key_bytes)});
+    if (place == open_.end()) {
+        ++sums_.unasked;
+        return;
+    }
+    Open &open = place->second;
+    const bool was_taken = open.taken > 0;
+    --(was_taken ? open.taken : open.in_doubt);
+    --(was_taken ? sums_.unanswered : sums_.in_doubt);
+    if (open.taken == 0 && open.in_doubt == 0)
+        open_.erase(place);
+}
+
+void PrmLedger::note_break()
+{
+    ++sums_.breaks;
+    sums_.in_flight_at_breaks += sums_.unanswered + sums_.in_doubt;
+}
+
+} // namespace vlc
