@@ -42,12 +42,16 @@ public:
         uint64_t undelivered = 0; // did not reach the card, or nobody knows whether
     };
     virtual Traffic traffic() = 0;
-    // Returns when everything that the card has had to say by now has reached the event manager.
-    virtual void settle() = 0;
+    // Brings everything that the card has to say by now onto the event manager. Returns whether
+    // there was anything since the last time: then there is more to run.
+    virtual bool settle() = 0;
 };
 
 // The hardware in a state directory, whether or not a process runs it. The directory of a host that
 // is connected to its card by a socket holds none and is refused.
 std::unique_ptr<CardAccess> look_into_directory(const std::filesystem::path &state_directory);
+
+// The hardware of a card that listens at a socket, beside its host if it has one.
+std::unique_ptr<CardAccess> look_into_card(const std::filesystem::path &socket);
 
 } // namespace vlc

@@ -25,6 +25,8 @@ struct DataPlaneTotals {
     uint64_t missed_bytes = 0;
     std::array<uint64_t, static_cast<size_t>(Unreadable::reasons)> unreadable{};
     std::vector<NpTotals> nps;
+
+    void add(const DataPlaneTotals &more); // of a card with as many NPs
 };
 
 class DataPlane {

@@ -40,7 +40,7 @@ public:
 
     bool process(const CapturedPacket &packet) override;
     Traffic traffic() override { return {plane_.totals(), 0}; }
-    void settle() override {} // what PRM says is on the event manager when it is said
+    bool settle() override { return false; } // what PRM says is on the event manager at once
 
 private:
     Hardware &hardware_;

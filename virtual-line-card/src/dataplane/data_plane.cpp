@@ -72,6 +72,24 @@ DataPlane::DataPlane(NpStore &nps, const CardConfig &config)
     totals_.nps.resize(nps.size());
 }
 
+void DataPlaneTotals::add(const DataPlaneTotals &more)
+{
+    packets += more.packets;
+    bytes += more.bytes;
+    missed_packets += more.missed_packets;
+    missed_bytes += more.missed_bytes;
+    for (size_t reason = 0; reason < unreadable.size(); ++reason)
+        unreadable[reason] += more.unreadable[reason];
+    nps.resize(std::max(nps.size(), more.nps.size()));
+    for (size_t np = 0; np < more.nps.size(); ++np) {
+        nps[np].packets += more.nps[np].packets;
+        nps[np].bytes += more.nps[np].bytes;
+        for (size_t kind = 0; kind < table_kinds; ++kind)
+            nps[np].hits[kind] += more.nps[np].hits[kind];
+        nps[np].uncounted_hits += more.nps[np].uncounted_hits;
+    }
+}
+
 uint32_t DataPlane::np_of(const FiveTuple &tuple) const noexcept
 {
     const uint64_t addresses = uint64_t{tuple.source} << 32 | tuple.destination;

@@ -1,8 +1,14 @@
 #include "vlc/virtual_line_card.h"
 
+#include <stdexcept>
+#include <utility>
+
 #include "card_services.h"
 #include "embedded_prm.h"
+#include "host_link.h"
 #include "prm_client.h"
+#include "remote_card.h"
+#include "socket_prm.h"
 #include "vlc/hardware.h"
 #include "vlc/state_directory.h"
 #include "vlc/state_error.h"
@@ -30,10 +36,41 @@ private:
     StateDirectory &directory_;
 };
 
-const StateDirectory &of_a_card_with_its_host(const StateDirectory &directory)
+// The hardware of this process.
+struct OwnCard {
+    Hardware hardware;
+    HardwareAccess access{hardware};
+    EmbeddedPrm transport{hardware.prm()};
+
+    OwnCard(const CardConfig &config, const StateDirectory &directory) : hardware(config, directory)
+    {
+    }
+};
+
+// The hardware of another process.
+struct DistantCard {
+    HostLink link;
+    SocketPrm transport{link};
+    RemoteCard access;
+
+    DistantCard(CardLink &socket, EventManager &events)
+        : link(socket, events),
+          access(
+              socket,
+              [this](FrameKind kind, const Payload &payload, const auto &on_part) {
+                  return link.ask(kind, payload, on_part);
+              },
+              [this] { return link.announced(); })
+    {
+    }
+};
+
+std::unique_ptr<CardLink> connected_to(const CardAtSocket &card)
 {
-    directory.require(Holdings::card_and_host);
-    return directory;
+    auto link = std::make_unique<CardLink>(card.socket, PeerRole::host);
+    if (link->connect() != CardLink::Attempt::connected)
+        throw StateError(link->why());
+    return link;
 }
 
 } // namespace
@@ -42,35 +79,85 @@ const StateDirectory &of_a_card_with_its_host(const StateDirectory &directory)
 // manager with what is left on it, then PRM and the files. The window is opened behind the other
 // files: it alone is repaired in that, and a refused opening changes nothing.
 struct VirtualLineCard::State {
+    std::unique_ptr<CardLink> link; // to the card's own process; none when it is this one
     CardConfig config;
     StateDirectory directory;
     TakenBackOnFailure start;
-    Hardware hardware;
-    HardwareAccess access;
+    std::unique_ptr<OwnCard> own;
     Window window;
     EventManager events;
-    EmbeddedPrm transport;
+    std::unique_ptr<DistantCard> distant;
     PrmClient client;
     bool data_path_statistics_started = false;
 
-    State(const CardConfig &card, const std::filesystem::path &path)
-        : config(card), directory(path, Access::read_write), start(directory),
-          hardware(config, of_a_card_with_its_host(directory)), access(hardware),
-          window(directory, config.window_bytes), transport(hardware.prm()), client(transport)
+    State(std::unique_ptr<CardLink> to, const CardConfig &card, const std::filesystem::path &path)
+        : link(std::move(to)), config(card), directory(path, Access::read_write), start(directory),
+          own(checked_own_card()), window(directory, config.window_bytes),
+          distant(link ? std::make_unique<DistantCard>(*link, events) : nullptr),
+          client(transport())
     {
-        directory.complete(config);
+        directory.complete(config, holdings());
+    }
+
+    Holdings holdings() const { return link ? Holdings::host : Holdings::card_and_host; }
+    PrmTransport &transport()
+    {
+        if (own)
+            return own->transport;
+        return distant->transport;
+    }
+    RunningCard &access()
+    {
+        if (own)
+            return own->access;
+        return distant->access;
+    }
+    Hardware &own_hardware()
+    {
+        if (!own)
+            throw std::logic_error("the hardware of this card is another process's");
+        return own->hardware;
+    }
+
+private:
+    std::unique_ptr<OwnCard> checked_own_card()
+    {
+        directory.require(holdings());
+        if (!link)
+            return std::make_unique<OwnCard>(config, directory);
+        require_same_type(directory, config);
+        if (directory.card() && directory.card()->num_nps != config.num_nps)
+            throw StateError(directory.path().string() + ": was made for a card of " +
+                             std::to_string(directory.card()->num_nps) + " NPs, and the one at " +
+                             link->path().string() + " has " + std::to_string(config.num_nps));
+        return nullptr;
     }
 };
 
 VirtualLineCard::VirtualLineCard(const CardConfig &config,
                                  const std::filesystem::path &state_directory)
 {
+    require_none_alive();
+    state_ = std::make_unique<State>(nullptr, config, state_directory);
+    state_->own->hardware.prm().power_on();
+    living_card = this;
+}
+
+VirtualLineCard::VirtualLineCard(const CardAtSocket &card,
+                                 const std::filesystem::path &state_directory)
+{
+    require_none_alive();
+    std::unique_ptr<CardLink> link = connected_to(card);
+    const CardConfig config = link->card().config;
+    state_ = std::make_unique<State>(std::move(link), config, state_directory);
+    living_card = this;
+}
+
+void VirtualLineCard::require_none_alive()
+{
     if (living_card)
         throw StateError("a virtual line card is alive in this process already, in " +
                          living_card->state_->directory.path().string());
-    state_ = std::make_unique<State>(config, state_directory);
-    state_->hardware.prm().power_on();
-    living_card = this;
 }
 
 VirtualLineCard::~VirtualLineCard()
@@ -105,17 +192,32 @@ uint32_t VirtualLineCard::window_id() const
 
 NpStore &VirtualLineCard::nps()
 {
-    return state_->hardware.nps();
+    return state_->own_hardware().nps();
 }
 
 Prm &VirtualLineCard::prm()
 {
-    return state_->hardware.prm();
+    return state_->own_hardware().prm();
 }
 
 RunningCard &VirtualLineCard::access()
 {
-    return state_->access;
+    return state_->access();
+}
+
+const PrmLedger &VirtualLineCard::ledger() const
+{
+    return state_->client.ledger();
+}
+
+bool VirtualLineCard::card_is_away() const
+{
+    return state_->distant && !state_->distant->link.is_open();
+}
+
+std::string VirtualLineCard::why_given_up() const
+{
+    return state_->distant ? state_->distant->link.given_up() : std::string();
 }
 
 void VirtualLineCard::on_failed_answer(std::function<void(const prm_async_response &)> listener)

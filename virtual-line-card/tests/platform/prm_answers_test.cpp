@@ -4,13 +4,12 @@
 #include "test_card.h"
 
 using namespace std::chrono_literals;
-using card_test::ClientTest;
 using card_test::heard;
 using card_test::key_of;
 
 namespace {
 
-using PrmAnswers = ClientTest;
+using PrmAnswers = card_test::InEachDeployment<card_test::ClientTest>;
 
 std::string keys_heard()
 {
@@ -27,7 +26,7 @@ vlc::StoredAnswer answer_with(uint32_t refnum)
     return answer;
 }
 
-TEST_F(PrmAnswers, AreReadInTheOrderOfTheirRequestsInOneCallback)
+TEST_P(PrmAnswers, AreReadInTheOrderOfTheirRequestsInOneCallback)
 {
     add("a");
     add("b");
@@ -38,7 +37,7 @@ TEST_F(PrmAnswers, AreReadInTheOrderOfTheirRequestsInOneCallback)
     EXPECT_EQ(1, heard().callbacks);
 }
 
-TEST_F(PrmAnswers, TheCallbackIsCalledAgainWhileAnswersRemain)
+TEST_P(PrmAnswers, TheCallbackIsCalledAgainWhileAnswersRemain)
 {
     heard().answers_per_callback = 1;
     add("a");
@@ -49,7 +48,7 @@ TEST_F(PrmAnswers, TheCallbackIsCalledAgainWhileAnswersRemain)
     EXPECT_EQ(3, heard().callbacks);
 }
 
-TEST_F(PrmAnswers, ACallbackThatReadsNothingIsCalledAgainLaterAndNotAtOnce)
+TEST_P(PrmAnswers, ACallbackThatReadsNothingIsCalledAgainLaterAndNotAtOnce)
 {
     heard().answers_per_callback = 0;
     add("a");
@@ -64,7 +63,7 @@ TEST_F(PrmAnswers, ACallbackThatReadsNothingIsCalledAgainLaterAndNotAtOnce)
     EXPECT_EQ("ab", keys_heard());
 }
 
-TEST_F(PrmAnswers, AnAnswerQueuedWhileTheCallbackWaitsIsReadWithTheOthers)
+TEST_P(PrmAnswers, AnAnswerQueuedWhileTheCallbackWaitsIsReadWithTheOthers)
 {
     add("a");
     events().post([this] { add("b"); });
@@ -72,7 +71,7 @@ TEST_F(PrmAnswers, AnAnswerQueuedWhileTheCallbackWaitsIsReadWithTheOthers)
     EXPECT_EQ("ab", keys_heard());
 }
 
-TEST_F(PrmAnswers, NoCallbackComesWhenTheAnswersWereReadAlready)
+TEST_P(PrmAnswers, NoCallbackComesWhenTheAnswersWereReadAlready)
 {
     add("a");
     prm_async_response answer;
@@ -85,7 +84,7 @@ TEST_F(PrmAnswers, NoCallbackComesWhenTheAnswersWereReadAlready)
     EXPECT_EQ(1, heard().callbacks);
 }
 
-TEST_F(PrmAnswers, AnEmptyQueueHasACodeOfItsOwnAndLeavesTheRecordAlone)
+TEST_P(PrmAnswers, AnEmptyQueueHasACodeOfItsOwnAndLeavesTheRecordAlone)
 {
     prm_async_response answer{};
     answer.np = 77;
@@ -93,7 +92,7 @@ TEST_F(PrmAnswers, AnEmptyQueueHasACodeOfItsOwnAndLeavesTheRecordAlone)
     EXPECT_EQ(77u, answer.np);
 }
 
-TEST_F(PrmAnswers, AQueueThatCannotBeReadIsAnotherCode)
+TEST_P(PrmAnswers, AQueueThatCannotBeReadIsAnotherCode)
 {
     add("a");
     prm_async_response answer{};
@@ -105,7 +104,7 @@ TEST_F(PrmAnswers, AQueueThatCannotBeReadIsAnotherCode)
     EXPECT_EQ(77u, answer.np);
 }
 
-TEST_F(PrmAnswers, WhatLiesBeyondKeyAndResultIsZero)
+TEST_P(PrmAnswers, WhatLiesBeyondKeyAndResultIsZero)
 {
     add("a", "r");
     prm_async_response answer;
@@ -120,7 +119,7 @@ TEST_F(PrmAnswers, WhatLiesBeyondKeyAndResultIsZero)
     EXPECT_EQ(0u, answer.vrf_id);
 }
 
-TEST_F(PrmAnswers, AnswersKeptOverABrokenConnectionAreAnnouncedByReregistering)
+TEST_P(PrmAnswers, AnswersKeptOverABrokenConnectionAreAnnouncedByReregistering)
 {
     add("a");
     prm().go_down();
@@ -133,7 +132,7 @@ TEST_F(PrmAnswers, AnswersKeptOverABrokenConnectionAreAnnouncedByReregistering)
     EXPECT_EQ(1, heard().callbacks);
 }
 
-TEST_F(PrmAnswers, ReregisteringTwiceAnnouncesOnce)
+TEST_P(PrmAnswers, ReregisteringTwiceAnnouncesOnce)
 {
     add("a");
     prm_srh_reregister(handle(), events().handle(), card_test::on_answers);
@@ -142,7 +141,7 @@ TEST_F(PrmAnswers, ReregisteringTwiceAnnouncesOnce)
     EXPECT_EQ(1, heard().callbacks);
 }
 
-TEST_F(PrmAnswers, ACallbackMovesToTheEventManagerOfTheReregistration)
+TEST_P(PrmAnswers, ACallbackMovesToTheEventManagerOfTheReregistration)
 {
     vlc::EventManager own_events;
     add("a");
@@ -153,7 +152,7 @@ TEST_F(PrmAnswers, ACallbackMovesToTheEventManagerOfTheReregistration)
     EXPECT_EQ("a", keys_heard());
 }
 
-TEST_F(PrmAnswers, AnyAnswerCanBeQueuedByATest)
+TEST_P(PrmAnswers, AnyAnswerCanBeQueuedByATest)
 {
     auto answer = answer_with(0x100);
     answer.np = 1;
@@ -171,7 +170,7 @@ TEST_F(PrmAnswers, AnyAnswerCanBeQueuedByATest)
     EXPECT_EQ(9u, heard().answers[0].vrf_id);
 }
 
-class PrmDelayQueue : public ClientTest {
+class PrmDelayQueue : public card_test::InEachDeployment<card_test::ClientTest> {
 protected:
     uint32_t set_up(uint32_t depth = 50)
     {
@@ -181,7 +180,7 @@ protected:
     }
 };
 
-TEST_F(PrmDelayQueue, AnItemIsGivenToTheDelayCallbackAfterItsSeconds)
+TEST_P(PrmDelayQueue, AnItemIsGivenToTheDelayCallbackAfterItsSeconds)
 {
     EXPECT_EQ(0u, set_up());
     EXPECT_EQ(0u, prm_srh_delay_queue_process(0x1200AB));
@@ -192,7 +191,7 @@ TEST_F(PrmDelayQueue, AnItemIsGivenToTheDelayCallbackAfterItsSeconds)
     EXPECT_EQ(1, heard().delayed);
 }
 
-TEST_F(PrmDelayQueue, HoldsAsManyItemsAsItIsDeep)
+TEST_P(PrmDelayQueue, HoldsAsManyItemsAsItIsDeep)
 {
     EXPECT_EQ(0u, set_up(2));
     EXPECT_EQ(0u, prm_srh_delay_queue_process(PRM_REFNUM_DELAY_QUEUE));
@@ -203,7 +202,7 @@ TEST_F(PrmDelayQueue, HoldsAsManyItemsAsItIsDeep)
     EXPECT_EQ(0u, prm_srh_delay_queue_process(PRM_REFNUM_DELAY_QUEUE));
 }
 
-TEST_F(PrmDelayQueue, AReferenceNumberOfAnythingElseIsRefused)
+TEST_P(PrmDelayQueue, AReferenceNumberOfAnythingElseIsRefused)
 {
     EXPECT_EQ(0u, set_up());
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_delay_queue_process(0));
@@ -212,7 +211,7 @@ TEST_F(PrmDelayQueue, AReferenceNumberOfAnythingElseIsRefused)
     EXPECT_EQ(0, heard().delayed);
 }
 
-TEST_F(PrmDelayQueue, IsRefusedBeforeItIsSetUpAndForABadHandleOrCallback)
+TEST_P(PrmDelayQueue, IsRefusedBeforeItIsSetUpAndForABadHandleOrCallback)
 {
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_delay_queue_process(PRM_REFNUM_DELAY_QUEUE));
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_delay_util_init(handle(), 1, 0, 50, 30, nullptr, 4));
@@ -220,7 +219,7 @@ TEST_F(PrmDelayQueue, IsRefusedBeforeItIsSetUpAndForABadHandleOrCallback)
               prm_srh_delay_util_init(nullptr, 1, 0, 50, 30, card_test::on_delayed, 4));
 }
 
-TEST_F(PrmDelayQueue, ItsAnswersComeThroughTheResponseQueue)
+TEST_P(PrmDelayQueue, ItsAnswersComeThroughTheResponseQueue)
 {
     EXPECT_EQ(0u, prm().queue_answer(number(), answer_with(PRM_REFNUM_DELAY_QUEUE)));
     events().run_until_idle();
@@ -228,7 +227,7 @@ TEST_F(PrmDelayQueue, ItsAnswersComeThroughTheResponseQueue)
     EXPECT_EQ(uint32_t{PRM_REFNUM_DELAY_QUEUE}, heard().answers[0].refnum);
 }
 
-class CardRestart : public ClientTest {
+class CardRestart : public card_test::InEachDeployment<card_test::ClientTest> {
 protected:
     void *find()
     {
@@ -238,7 +237,7 @@ protected:
     }
 };
 
-TEST_F(CardRestart, HandlesUnreadAnswersAndTablesAreKept)
+TEST_P(CardRestart, HandlesUnreadAnswersAndTablesAreKept)
 {
     add("a");
     add("a");
@@ -246,10 +245,10 @@ TEST_F(CardRestart, HandlesUnreadAnswersAndTablesAreKept)
     EXPECT_EQ(handle(), find());
     EXPECT_EQ(2u, prm().unread(number()));
     EXPECT_NE(nullptr,
-              card().nps()[0].table(vlc::TableKind::service_config).find(card_test::bytes_of("a")));
+              nps()[0].table(vlc::TableKind::service_config).find(card_test::bytes_of("a")));
 }
 
-TEST_F(CardRestart, TheUnreadAnswersAreAnnouncedToWhoeverTakesTheHandleOver)
+TEST_P(CardRestart, TheUnreadAnswersAreAnnouncedToWhoeverTakesTheHandleOver)
 {
     add("a");
     add("b");
@@ -262,7 +261,7 @@ TEST_F(CardRestart, TheUnreadAnswersAreAnnouncedToWhoeverTakesTheHandleOver)
     EXPECT_EQ("ab", keys_heard());
 }
 
-TEST_F(CardRestart, AReadAnswerDoesNotComeBack)
+TEST_P(CardRestart, AReadAnswerDoesNotComeBack)
 {
     add("a");
     events().run_until_idle();
@@ -270,7 +269,7 @@ TEST_F(CardRestart, AReadAnswerDoesNotComeBack)
     EXPECT_EQ(0u, prm().unread(number()));
 }
 
-TEST_F(CardRestart, TheConnectionIsUpAgainForANewOpening)
+TEST_P(CardRestart, TheConnectionIsUpAgainForANewOpening)
 {
     restart_process();
     heard() = {};
@@ -278,5 +277,9 @@ TEST_F(CardRestart, TheConnectionIsUpAgainForANewOpening)
     events().run_until_idle();
     EXPECT_EQ(std::vector<std::string>{"2.1"}, heard().notifications);
 }
+
+IN_BOTH_DEPLOYMENTS(PrmAnswers);
+IN_BOTH_DEPLOYMENTS(PrmDelayQueue);
+IN_BOTH_DEPLOYMENTS(CardRestart);
 
 } // namespace

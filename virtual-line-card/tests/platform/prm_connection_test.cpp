@@ -3,7 +3,6 @@
 #include "test_card.h"
 
 using namespace std::chrono_literals;
-using card_test::ClientTest;
 using card_test::heard;
 using card_test::on_answers;
 using card_test::on_notification;
@@ -12,7 +11,7 @@ using Notifications = std::vector<std::string>;
 namespace {
 
 // The client of ClientTest has heard its first connection-up before the test begins.
-using PrmConnection = ClientTest;
+using PrmConnection = card_test::InEachDeployment<card_test::ClientTest>;
 
 struct shadow_db *context_heard;
 
@@ -21,7 +20,7 @@ void note_context(struct shadow_db *context, const prm_notification *)
     context_heard = context;
 }
 
-TEST_F(PrmConnection, OpeningWhilePrmIsUpAnnouncesTheConnectionLater)
+TEST_P(PrmConnection, OpeningWhilePrmIsUpAnnouncesTheConnectionLater)
 {
     void *connection = nullptr;
     EXPECT_EQ(0u, prm_mgr_open(events().handle(), 0, "another", on_notification,
@@ -32,7 +31,7 @@ TEST_F(PrmConnection, OpeningWhilePrmIsUpAnnouncesTheConnectionLater)
     EXPECT_EQ(Notifications{"2.1"}, heard().notifications);
 }
 
-TEST_F(PrmConnection, OpeningWhilePrmIsDownAnnouncesNothingUntilItComesUp)
+TEST_P(PrmConnection, OpeningWhilePrmIsDownAnnouncesNothingUntilItComesUp)
 {
     prm().go_down();
     events().run_until_idle();
@@ -45,7 +44,7 @@ TEST_F(PrmConnection, OpeningWhilePrmIsDownAnnouncesNothingUntilItComesUp)
     EXPECT_EQ(Notifications{"2.1"}, heard().notifications);
 }
 
-TEST_F(PrmConnection, NotificationsCarryTheContextOfTheOpening)
+TEST_P(PrmConnection, NotificationsCarryTheContextOfTheOpening)
 {
     int context = 0;
     void *connection = nullptr;
@@ -55,7 +54,7 @@ TEST_F(PrmConnection, NotificationsCarryTheContextOfTheOpening)
     EXPECT_EQ(static_cast<void *>(&context), static_cast<void *>(context_heard));
 }
 
-TEST_F(PrmConnection, EveryEventOfPrmIsANotificationAndTheyArriveInOrder)
+TEST_P(PrmConnection, EveryEventOfPrmIsANotificationAndTheyArriveInOrder)
 {
     prm().report_error();
     prm().go_down();
@@ -69,7 +68,7 @@ TEST_F(PrmConnection, EveryEventOfPrmIsANotificationAndTheyArriveInOrder)
               heard().notifications);
 }
 
-TEST_F(PrmConnection, ANotificationOfNpsComingToRunningMayBeFollowedByConnectionUp)
+TEST_P(PrmConnection, ANotificationOfNpsComingToRunningMayBeFollowedByConnectionUp)
 {
     prm().np_reset();
     EXPECT_TRUE(prm().is_up());
@@ -78,7 +77,7 @@ TEST_F(PrmConnection, ANotificationOfNpsComingToRunningMayBeFollowedByConnection
     EXPECT_EQ((Notifications{"1.2", "2.1"}), heard().notifications);
 }
 
-TEST_F(PrmConnection, OpeningAgainReplacesTheConnectionOfThatClient)
+TEST_P(PrmConnection, OpeningAgainReplacesTheConnectionOfThatClient)
 {
     EXPECT_EQ(0u, open());
     events().run_until_idle();
@@ -88,7 +87,7 @@ TEST_F(PrmConnection, OpeningAgainReplacesTheConnectionOfThatClient)
     EXPECT_EQ(Notifications{"2.4"}, heard().notifications);
 }
 
-TEST_F(PrmConnection, TwoClientsBothHear)
+TEST_P(PrmConnection, TwoClientsBothHear)
 {
     EXPECT_EQ(0u, open("another"));
     events().run_until_idle();
@@ -98,7 +97,7 @@ TEST_F(PrmConnection, TwoClientsBothHear)
     EXPECT_EQ((Notifications{"2.4", "2.4"}), heard().notifications);
 }
 
-TEST_F(PrmConnection, ABadArgumentOfOpeningIsRefusedWithTheOutputUntouched)
+TEST_P(PrmConnection, ABadArgumentOfOpeningIsRefusedWithTheOutputUntouched)
 {
     int unchanged = 0;
     void *connection = &unchanged;
@@ -114,7 +113,7 @@ TEST_F(PrmConnection, ABadArgumentOfOpeningIsRefusedWithTheOutputUntouched)
     EXPECT_EQ(uint32_t{EINVAL}, prm_mgr_open(evm, 0, "c", on_notification, 7, nullptr, nullptr));
 }
 
-TEST_F(PrmConnection, NothingIsDeliveredOnceTheCardIsGone)
+TEST_P(PrmConnection, NothingIsDeliveredOnceTheCardIsGone)
 {
     vlc::EventManager own_events;
     void *connection = nullptr;
@@ -125,7 +124,7 @@ TEST_F(PrmConnection, NothingIsDeliveredOnceTheCardIsGone)
     EXPECT_EQ(Notifications{}, heard().notifications);
 }
 
-TEST_F(PrmConnection, AnEventManagerThatIsGoneHearsNothingMore)
+TEST_P(PrmConnection, AnEventManagerThatIsGoneHearsNothingMore)
 {
     void *connection = nullptr;
     {
@@ -138,9 +137,9 @@ TEST_F(PrmConnection, AnEventManagerThatIsGoneHearsNothingMore)
     EXPECT_EQ(Notifications{"2.4"}, heard().notifications);
 }
 
-using PrmHandles = ClientTest;
+using PrmHandles = card_test::InEachDeployment<card_test::ClientTest>;
 
-TEST_F(PrmHandles, AHandleIsFoundByTheNameItWasGiven)
+TEST_P(PrmHandles, AHandleIsFoundByTheNameItWasGiven)
 {
     void *found = nullptr;
     EXPECT_EQ(0u, prm_srh_get_handle(card_test::client_name.c_str(), &found));
@@ -148,7 +147,7 @@ TEST_F(PrmHandles, AHandleIsFoundByTheNameItWasGiven)
     EXPECT_EQ(handle(), found);
 }
 
-TEST_F(PrmHandles, AnUnknownNameIsACodeWithTheOutputUntouched)
+TEST_P(PrmHandles, AnUnknownNameIsACodeWithTheOutputUntouched)
 {
     void *found = handle();
     EXPECT_EQ(uint32_t{vlc::prm_name_unknown}, prm_srh_get_handle("nobody", &found));
@@ -157,7 +156,7 @@ TEST_F(PrmHandles, AnUnknownNameIsACodeWithTheOutputUntouched)
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_get_handle("nobody", nullptr));
 }
 
-TEST_F(PrmHandles, AHandleMayBeGivenAnotherName)
+TEST_P(PrmHandles, AHandleMayBeGivenAnotherName)
 {
     void *found = nullptr;
     EXPECT_EQ(0u, prm_srh_set_name(handle(), "new name"));
@@ -167,7 +166,7 @@ TEST_F(PrmHandles, AHandleMayBeGivenAnotherName)
               prm_srh_get_handle(card_test::client_name.c_str(), &found));
 }
 
-TEST_F(PrmHandles, ANameThatIsMissingEmptyOrTooLongIsRefused)
+TEST_P(PrmHandles, ANameThatIsMissingEmptyOrTooLongIsRefused)
 {
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_set_name(handle(), nullptr));
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_set_name(handle(), ""));
@@ -175,7 +174,7 @@ TEST_F(PrmHandles, ANameThatIsMissingEmptyOrTooLongIsRefused)
     EXPECT_EQ(uint32_t{vlc::prm_bad_handle}, prm_srh_set_name(nullptr, "name"));
 }
 
-TEST_F(PrmHandles, RegistrationEndsWhenEveryHandleIsTaken)
+TEST_P(PrmHandles, RegistrationEndsWhenEveryHandleIsTaken)
 {
     void *more = nullptr;
     for (uint32_t i = 1; i < vlc::PrmStore::max_handles; i++)
@@ -186,7 +185,7 @@ TEST_F(PrmHandles, RegistrationEndsWhenEveryHandleIsTaken)
     EXPECT_EQ(last, more);
 }
 
-TEST_F(PrmHandles, ABadArgumentOfARegistrationIsRefused)
+TEST_P(PrmHandles, ABadArgumentOfARegistrationIsRefused)
 {
     void *made = handle();
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_register(nullptr, 2, events().handle(), on_answers));
@@ -197,7 +196,7 @@ TEST_F(PrmHandles, ABadArgumentOfARegistrationIsRefused)
     EXPECT_EQ(uint32_t{EINVAL}, prm_srh_reregister(handle(), events().handle(), nullptr));
 }
 
-TEST_F(PrmHandles, OnlyALiveHandleIsTakenOver)
+TEST_P(PrmHandles, OnlyALiveHandleIsTakenOver)
 {
     void *const huge = reinterpret_cast<void *>((uintptr_t{1} << 32) | number());
     EXPECT_EQ(0u, prm_srh_reregister(handle(), events().handle(), on_answers));
@@ -209,7 +208,7 @@ TEST_F(PrmHandles, OnlyALiveHandleIsTakenOver)
               prm_srh_reregister(huge, events().handle(), on_answers));
 }
 
-TEST_F(PrmHandles, ABrokenConnectionReachesNoHandle)
+TEST_P(PrmHandles, ABrokenConnectionReachesNoHandle)
 {
     void *found = nullptr;
     prm().go_down();
@@ -223,7 +222,7 @@ TEST_F(PrmHandles, ABrokenConnectionReachesNoHandle)
     EXPECT_EQ(nullptr, found);
 }
 
-TEST_F(PrmHandles, AHandleIsKnownByItsNameAfterPrmRestarted)
+TEST_P(PrmHandles, AHandleIsKnownByItsNameAfterPrmRestarted)
 {
     void *found = nullptr;
     prm().restart(false);
@@ -231,5 +230,8 @@ TEST_F(PrmHandles, AHandleIsKnownByItsNameAfterPrmRestarted)
     EXPECT_EQ(handle(), found);
     EXPECT_EQ(0u, prm_srh_reregister(found, events().handle(), on_answers));
 }
+
+IN_BOTH_DEPLOYMENTS(PrmConnection);
+IN_BOTH_DEPLOYMENTS(PrmHandles);
 
 } // namespace

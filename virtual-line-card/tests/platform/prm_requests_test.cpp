@@ -5,7 +5,6 @@
 #include "test_card.h"
 
 using card_test::bytes_of;
-using card_test::ClientTest;
 using card_test::heard;
 using card_test::make_record;
 using vlc::TableKind;
@@ -29,7 +28,7 @@ constexpr Row services[] = {
     {prm_srh_ext_service_db_del, TableKind::ext_conf, PRM_OP_DELETE},
 };
 
-class PrmRequests : public ClientTest {
+class PrmRequests : public card_test::InEachDeployment<card_test::ClientTest> {
 protected:
     uint32_t send(uint32_t np, TableKind table, uint32_t operation, const std::string &key,
                   const std::string &result = "result")
@@ -44,7 +43,7 @@ protected:
     // "-" when the row is not there.
     std::string stored(uint32_t np, TableKind table, const std::string &key)
     {
-        const vlc::TableRow *row = card().nps()[np].table(table).find(bytes_of(key));
+        const vlc::TableRow *row = nps()[np].table(table).find(bytes_of(key));
         return row ? std::string(row->result, row->result + row->result_len) : "-";
     }
     std::vector<uint32_t> statuses()
@@ -68,7 +67,7 @@ protected:
     }
 };
 
-TEST_F(PrmRequests, ARequestChangesItsTableOnItsNpAtOnce)
+TEST_P(PrmRequests, ARequestChangesItsTableOnItsNpAtOnce)
 {
     EXPECT_EQ(0u, send(1, TableKind::service_config, PRM_OP_ADD, "key", "one"));
     EXPECT_EQ("one", stored(1, TableKind::service_config, "key"));
@@ -80,7 +79,7 @@ TEST_F(PrmRequests, ARequestChangesItsTableOnItsNpAtOnce)
     EXPECT_EQ("-", stored(1, TableKind::service_config, "key"));
 }
 
-TEST_F(PrmRequests, TheExtConfTableTakesTheSameThree)
+TEST_P(PrmRequests, TheExtConfTableTakesTheSameThree)
 {
     EXPECT_EQ(0u, send(0, TableKind::ext_conf, PRM_OP_ADD, "key", "one"));
     EXPECT_EQ("one", stored(0, TableKind::ext_conf, "key"));
@@ -91,7 +90,7 @@ TEST_F(PrmRequests, TheExtConfTableTakesTheSameThree)
     EXPECT_EQ((std::vector<uint32_t>{0, 0, 0}), statuses());
 }
 
-TEST_F(PrmRequests, TheOutcomeIsSaidInTheLateAnswerAndNotByTheRequest)
+TEST_P(PrmRequests, TheOutcomeIsSaidInTheLateAnswerAndNotByTheRequest)
 {
     const auto table = TableKind::service_config;
     EXPECT_EQ(0u, send(0, table, PRM_OP_ADD, "key"));
@@ -108,14 +107,14 @@ TEST_F(PrmRequests, TheOutcomeIsSaidInTheLateAnswerAndNotByTheRequest)
     EXPECT_EQ("result", stored(0, table, "key"));
 }
 
-TEST_F(PrmRequests, AFullTableIsSaidInTheLateAnswer)
+TEST_P(PrmRequests, AFullTableIsSaidInTheLateAnswer)
 {
     for (int i = 0; i < 9; i++)
         EXPECT_EQ(0u, send(0, TableKind::ext_conf, PRM_OP_ADD, "key " + std::to_string(i)));
     EXPECT_EQ((std::vector<uint32_t>{0, 0, 0, 0, 0, 0, 0, 0, vlc::prm_table_full}), statuses());
 }
 
-TEST_F(PrmRequests, TheAnswerRepeatsWhatWasAsked)
+TEST_P(PrmRequests, TheAnswerRepeatsWhatWasAsked)
 {
     EXPECT_EQ(0u, send(1, TableKind::ext_conf, PRM_OP_DELETE, std::string("k\0y", 3), "a result"));
     events().run_until_idle();
@@ -129,7 +128,7 @@ TEST_F(PrmRequests, TheAnswerRepeatsWhatWasAsked)
     EXPECT_EQ("a result", card_test::result_of(answer));
 }
 
-TEST_F(PrmRequests, TheUpperHalfOfTheReferenceNumberIsTheClients)
+TEST_P(PrmRequests, TheUpperHalfOfTheReferenceNumberIsTheClients)
 {
     auto record = make_record(0, TableKind::service_config, PRM_OP_ADD, "key");
     record.refnum |= 0xABCD0000;
@@ -139,7 +138,7 @@ TEST_F(PrmRequests, TheUpperHalfOfTheReferenceNumberIsTheClients)
     EXPECT_EQ(0xABCD0000u, heard().answers[0].refnum);
 }
 
-TEST_F(PrmRequests, TheLongestKeyAndResultAreTakenInAndALongResultIsCutInTheAnswer)
+TEST_P(PrmRequests, TheLongestKeyAndResultAreTakenInAndALongResultIsCutInTheAnswer)
 {
     const std::string key(PRM_KEY_BYTES, 'k');
     EXPECT_EQ(0u, send(0, TableKind::service_config, PRM_OP_ADD, key,
@@ -150,7 +149,7 @@ TEST_F(PrmRequests, TheLongestKeyAndResultAreTakenInAndALongResultIsCutInTheAnsw
     EXPECT_EQ(std::string(120, 'r'), card_test::result_of(heard().answers[0]));
 }
 
-TEST_F(PrmRequests, AHandleThatIsNotALiveOneIsRefused)
+TEST_P(PrmRequests, AHandleThatIsNotALiveOneIsRefused)
 {
     void *const bad[] = {nullptr, &heard(), reinterpret_cast<void *>(uintptr_t{number()} + 1)};
     for (const Row &row : services) {
@@ -161,40 +160,40 @@ TEST_F(PrmRequests, AHandleThatIsNotALiveOneIsRefused)
     }
 }
 
-TEST_F(PrmRequests, AMissingRecordIsRefused)
+TEST_P(PrmRequests, AMissingRecordIsRefused)
 {
     for (const Row &row : services)
         EXPECT_EQ(uint32_t{vlc::prm_bad_record}, row.service(handle(), nullptr));
 }
 
-TEST_F(PrmRequests, ARecordOfAnotherKindIsRefused)
+TEST_P(PrmRequests, ARecordOfAnotherKindIsRefused)
 {
     expect_bad_record([](prm_config_record &record) { record.kind = 3; });
 }
 
-TEST_F(PrmRequests, AnNpThatTheCardDoesNotHaveIsRefused)
+TEST_P(PrmRequests, AnNpThatTheCardDoesNotHaveIsRefused)
 {
     expect_bad_record([](prm_config_record &record) { record.np = 2; });
 }
 
-TEST_F(PrmRequests, AnEmptyKeyAndOneOf101BytesAreRefused)
+TEST_P(PrmRequests, AnEmptyKeyAndOneOf101BytesAreRefused)
 {
     expect_bad_record([](prm_config_record &record) { record.key_len = 0; });
     expect_bad_record([](prm_config_record &record) { record.key_len = PRM_KEY_BYTES + 1; });
 }
 
-TEST_F(PrmRequests, AResultOf513BytesIsRefused)
+TEST_P(PrmRequests, AResultOf513BytesIsRefused)
 {
     expect_bad_record([](prm_config_record &record) { record.result_len = PRM_RESULT_BYTES + 1; });
 }
 
-TEST_F(PrmRequests, AReferenceNumberOfAnotherTableOrOperationIsRefused)
+TEST_P(PrmRequests, AReferenceNumberOfAnotherTableOrOperationIsRefused)
 {
     expect_bad_record([](prm_config_record &record) { record.refnum ^= 1; });
     expect_bad_record([](prm_config_record &record) { record.refnum += 0x100; });
 }
 
-TEST_F(PrmRequests, ABrokenConnectionTakesNothingIn)
+TEST_P(PrmRequests, ABrokenConnectionTakesNothingIn)
 {
     prm().go_down();
     for (const Row &row : services) {
@@ -206,7 +205,7 @@ TEST_F(PrmRequests, ABrokenConnectionTakesNothingIn)
     EXPECT_EQ("-", stored(0, TableKind::service_config, "key"));
 }
 
-TEST_F(PrmRequests, RestartAndResetLoseTheTablesThatAreNotKept)
+TEST_P(PrmRequests, RestartAndResetLoseTheTablesThatAreNotKept)
 {
     const auto both_are = [this](const char *what) {
         EXPECT_EQ(what, stored(0, TableKind::service_config, "key"));
@@ -236,7 +235,7 @@ void forbid_growing_files()
     ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &none));
 }
 
-TEST_F(PrmRequests, ARequestWhoseAnswerFindsNoRoomIsRefusedAndChangesNothing)
+TEST_P(PrmRequests, ARequestWhoseAnswerFindsNoRoomIsRefusedAndChangesNothing)
 {
     const auto table = TableKind::service_config;
     ASSERT_EQ(0u, send(0, table, PRM_OP_ADD, "kept", "as it was"));
@@ -256,7 +255,7 @@ TEST_F(PrmRequests, ARequestWhoseAnswerFindsNoRoomIsRefusedAndChangesNothing)
     EXPECT_EQ(taken_in, prm().totals().requests[0][PRM_OP_MODIFY]);
 }
 
-TEST_F(PrmRequests, TotalsTellWhatWasTakenInAndWhatFailedOfIt)
+TEST_P(PrmRequests, TotalsTellWhatWasTakenInAndWhatFailedOfIt)
 {
     send(0, TableKind::service_config, PRM_OP_ADD, "key");
     send(0, TableKind::service_config, PRM_OP_ADD, "key");
@@ -269,5 +268,7 @@ TEST_F(PrmRequests, TotalsTellWhatWasTakenInAndWhatFailedOfIt)
     EXPECT_EQ(1u, totals.failed[1][PRM_OP_DELETE]);
     EXPECT_EQ(0u, totals.requests[0][PRM_OP_MODIFY]);
 }
+
+IN_BOTH_DEPLOYMENTS(PrmRequests);
 
 } // namespace

@@ -11,7 +11,7 @@
 
 namespace {
 
-class ServiceTaps : public card_test::CardTest {
+class ServiceTaps : public card_test::InEachDeployment<card_test::CardTest> {
 protected:
     void record() // and let everything happen
     {
@@ -117,14 +117,14 @@ const std::vector<std::string> all_services = {
     "zem_errmsg",
 };
 
-TEST_F(ServiceTaps, SeeEveryServiceUnderItsNameInTheOrderOfTheCalls)
+TEST_P(ServiceTaps, SeeEveryServiceUnderItsNameInTheOrderOfTheCalls)
 {
     record();
     call_every_service();
     EXPECT_EQ(all_services, names());
 }
 
-TEST_F(ServiceTaps, SeeTheArgumentsWidenedAndPointersByAddress)
+TEST_P(ServiceTaps, SeeTheArgumentsWidenedAndPointersByAddress)
 {
     void *block = nullptr;
     record();
@@ -136,7 +136,7 @@ TEST_F(ServiceTaps, SeeTheArgumentsWidenedAndPointersByAddress)
     EXPECT_EQ(reinterpret_cast<uintptr_t>(&block), calls[0].args[2]);
 }
 
-TEST_F(ServiceTaps, SeeAllNineArgumentsOfTheSlowPrint)
+TEST_P(ServiceTaps, SeeAllNineArgumentsOfTheSlowPrint)
 {
     ed_debug_point point{};
     ed_component component{};
@@ -152,7 +152,7 @@ TEST_F(ServiceTaps, SeeAllNineArgumentsOfTheSlowPrint)
     EXPECT_EQ(reinterpret_cast<uintptr_t>(format), calls[0].args[7]);
 }
 
-TEST_F(ServiceTaps, AnswerInTheServicesPlace)
+TEST_P(ServiceTaps, AnswerInTheServicesPlace)
 {
     void *block = nullptr;
     force(12);
@@ -165,7 +165,7 @@ TEST_F(ServiceTaps, AnswerInTheServicesPlace)
     EXPECT_NE(nullptr, block);
 }
 
-TEST_F(ServiceTaps, AnswerWithAPointerByItsAddress)
+TEST_P(ServiceTaps, AnswerWithAPointerByItsAddress)
 {
     const char *text = "forced";
     list_record list{};
@@ -175,23 +175,23 @@ TEST_F(ServiceTaps, AnswerWithAPointerByItsAddress)
     EXPECT_EQ(text, list_dequeue_default(&list));
 }
 
-TEST_F(ServiceTaps, AForcedRequestIsNotPerformed)
+TEST_P(ServiceTaps, AForcedRequestIsNotPerformed)
 {
     auto record = card_test::make_record(0, vlc::TableKind::service_config, PRM_OP_ADD, "key");
     force(0);
     EXPECT_EQ(0u, prm_srh_service_config_add(reinterpret_cast<void *>(uintptr_t{1}), &record));
-    EXPECT_EQ(0u, card().nps()[0].table(vlc::TableKind::service_config).size());
+    EXPECT_EQ(0u, nps()[0].table(vlc::TableKind::service_config).size());
     EXPECT_EQ(0u, prm().totals().requests[0][0]);
 }
 
-TEST_F(ServiceTaps, AForcedMessageIsNotWritten)
+TEST_P(ServiceTaps, AForcedMessageIsNotWritten)
 {
     force(0);
     EXPECT_EQ(0u, zem_errmsg(nullptr, 0, "lost"));
     EXPECT_TRUE(vlc::ErrorLog::instance().messages().empty());
 }
 
-TEST_F(ServiceTaps, AreNotAskedAboutTheServicesThatTheyCallThemselves)
+TEST_P(ServiceTaps, AreNotAskedAboutTheServicesThatTheyCallThemselves)
 {
     vlc::set_service_tap([this](const vlc::ServiceCall &call) {
         calls.push_back(call);
@@ -201,7 +201,7 @@ TEST_F(ServiceTaps, AreNotAskedAboutTheServicesThatTheyCallThemselves)
     EXPECT_EQ(1u, calls.size());
 }
 
-TEST_F(ServiceTaps, MayTakeThemselvesOff)
+TEST_P(ServiceTaps, MayTakeThemselvesOff)
 {
     vlc::set_service_tap([this](const vlc::ServiceCall &call) {
         calls.push_back(call);
@@ -215,7 +215,7 @@ TEST_F(ServiceTaps, MayTakeThemselvesOff)
 
 // ---- several taps ------------------------------------------------------------------------------
 
-class ServiceTapList : public card_test::CardTest {
+class ServiceTapList : public card_test::InEachDeployment<card_test::CardTest> {
 protected:
     // Writes down that it was asked, and answers with `result`, or not at all for 0.
     vlc::ServiceTap named(char name, uint64_t result = 0)
@@ -230,7 +230,7 @@ protected:
     std::string asked;
 };
 
-TEST_F(ServiceTapList, IsAskedInTheOrderInWhichTheTapsWerePutOn)
+TEST_P(ServiceTapList, IsAskedInTheOrderInWhichTheTapsWerePutOn)
 {
     const vlc::AddedServiceTap first(named('1'));
     const vlc::AddedServiceTap second(named('2'));
@@ -239,7 +239,7 @@ TEST_F(ServiceTapList, IsAskedInTheOrderInWhichTheTapsWerePutOn)
     EXPECT_EQ("123", asked);
 }
 
-TEST_F(ServiceTapList, GivesTheFirstResultAndAsksNoneBehindIt)
+TEST_P(ServiceTapList, GivesTheFirstResultAndAsksNoneBehindIt)
 {
     const vlc::AddedServiceTap first(named('1'));
     const vlc::AddedServiceTap second(named('2', 22));
@@ -248,7 +248,7 @@ TEST_F(ServiceTapList, GivesTheFirstResultAndAsksNoneBehindIt)
     EXPECT_EQ("12", asked);
 }
 
-TEST_F(ServiceTapList, ATapIsAskedForAsLongAsItLives)
+TEST_P(ServiceTapList, ATapIsAskedForAsLongAsItLives)
 {
     const vlc::AddedServiceTap stays(named('s'));
     {
@@ -259,7 +259,7 @@ TEST_F(ServiceTapList, ATapIsAskedForAsLongAsItLives)
     EXPECT_EQ("sgs", asked);
 }
 
-TEST_F(ServiceTapList, TheSetTapIsReplacedAndTheOthersStay)
+TEST_P(ServiceTapList, TheSetTapIsReplacedAndTheOthersStay)
 {
     const vlc::AddedServiceTap added(named('a'));
     vlc::set_service_tap(named('1'));
@@ -270,7 +270,7 @@ TEST_F(ServiceTapList, TheSetTapIsReplacedAndTheOthersStay)
     EXPECT_EQ("a2a", asked);
 }
 
-TEST_F(ServiceTapList, ATapThatATapTakesOffIsNotAskedAboutTheSameCall)
+TEST_P(ServiceTapList, ATapThatATapTakesOffIsNotAskedAboutTheSameCall)
 {
     std::optional<vlc::AddedServiceTap> second;
     const vlc::AddedServiceTap first([&](const vlc::ServiceCall &) -> std::optional<uint64_t> {
@@ -283,7 +283,7 @@ TEST_F(ServiceTapList, ATapThatATapTakesOffIsNotAskedAboutTheSameCall)
     EXPECT_EQ("1", asked);
 }
 
-TEST_F(ServiceTapList, ATapThatATapPutsOnIsAskedFromTheNextCallOn)
+TEST_P(ServiceTapList, ATapThatATapPutsOnIsAskedFromTheNextCallOn)
 {
     std::optional<vlc::AddedServiceTap> second;
     const vlc::AddedServiceTap first([&](const vlc::ServiceCall &) -> std::optional<uint64_t> {
@@ -299,5 +299,7 @@ TEST_F(ServiceTapList, ATapThatATapPutsOnIsAskedFromTheNextCallOn)
     ask();
     EXPECT_EQ("112", asked);
 }
+IN_BOTH_DEPLOYMENTS(ServiceTaps);
+IN_BOTH_DEPLOYMENTS(ServiceTapList);
 
 } // namespace

@@ -30,23 +30,49 @@ vlc::CardConfig small_card()
     return config;
 }
 
-CardTest::CardTest()
+CardTest::CardTest(Deployment deployment)
 {
     vlc::CardClock::set_mode(vlc::ClockMode::stepped);
-    card_.emplace(small_card(), directory_.path());
+    if (deployment == Deployment::split)
+        thread_.emplace(small_card(), directory_.path() / "card", directory_.path() / "socket");
+    start_process();
+}
+
+void CardTest::start_process()
+{
+    if (thread_)
+        card_.emplace(vlc::CardAtSocket{thread_->socket()}, directory_.path() / "host");
+    else
+        card_.emplace(small_card(), directory_.path() / "card");
+}
+
+vlc::NpStore &CardTest::nps()
+{
+    return thread_ ? thread_->hardware().nps() : card_->nps();
+}
+
+PrmControl CardTest::prm_control()
+{
+    if (!thread_)
+        return {card_->prm(), [this](const auto &act) { act(card_->prm()); }};
+    return {thread_->hardware().prm(), [this](const auto &act) {
+                thread_->perform([&act](vlc::Hardware &hardware) { act(hardware.prm()); });
+                card_->access().settle();
+            }};
 }
 
 CardTest::~CardTest()
 {
     vlc::set_service_tap({});
     card_.reset();
+    thread_.reset();
     vlc::CardClock::set_mode(vlc::ClockMode::real);
 }
 
 void CardTest::restart_process()
 {
     card_.reset();
-    card_.emplace(small_card(), directory_.path());
+    start_process();
 }
 
 void CardTest::run_for(vlc::CardClock::duration time)
@@ -91,7 +117,7 @@ uint32_t on_delayed()
     return 0;
 }
 
-ClientTest::ClientTest()
+ClientTest::ClientTest(Deployment deployment) : CardTest(deployment)
 {
     heard() = {};
     registered_handle = nullptr;

@@ -8,7 +8,7 @@
 
 namespace {
 
-class WindowServices : public card_test::CardTest {
+class WindowServices : public card_test::InEachDeployment<card_test::CardTest> {
 protected:
     uint32_t window() { return card().window_id(); }
     void *allocate(int32_t size)
@@ -19,7 +19,7 @@ protected:
     }
 };
 
-TEST_F(WindowServices, ABlockLiesInTheWindowAndCanBeGivenBackOnce)
+TEST_P(WindowServices, ABlockLiesInTheWindowAndCanBeGivenBackOnce)
 {
     void *block = allocate(100);
     EXPECT_TRUE(card().window().contains(block));
@@ -28,7 +28,7 @@ TEST_F(WindowServices, ABlockLiesInTheWindowAndCanBeGivenBackOnce)
     EXPECT_EQ(uint32_t{EINVAL}, shmwin_free(block));
 }
 
-TEST_F(WindowServices, RefusalsLeaveTheOutputAlone)
+TEST_P(WindowServices, RefusalsLeaveTheOutputAlone)
 {
     int unchanged = 0;
     void *block = &unchanged;
@@ -40,14 +40,14 @@ TEST_F(WindowServices, RefusalsLeaveTheOutputAlone)
     EXPECT_EQ(uint32_t{EINVAL}, shmwin_malloc(window(), 100, nullptr));
 }
 
-TEST_F(WindowServices, NoBlockOfTheWindowIsRefusedByFree)
+TEST_P(WindowServices, NoBlockOfTheWindowIsRefusedByFree)
 {
     int mine = 0;
     EXPECT_EQ(uint32_t{EINVAL}, shmwin_free(nullptr));
     EXPECT_EQ(uint32_t{EINVAL}, shmwin_free(&mine));
 }
 
-TEST_F(WindowServices, AResetThrowsEveryBlockAway)
+TEST_P(WindowServices, AResetThrowsEveryBlockAway)
 {
     const auto empty = card().window().usage().blocks_in_use;
     void *block = allocate(100);
@@ -59,7 +59,7 @@ TEST_F(WindowServices, AResetThrowsEveryBlockAway)
     EXPECT_EQ(uint32_t{EINVAL}, shmwin_free(block));
 }
 
-TEST_F(WindowServices, ABlockOutlivesTheProcessAtItsAddress)
+TEST_P(WindowServices, ABlockOutlivesTheProcessAtItsAddress)
 {
     char *block = static_cast<char *>(allocate(100));
     std::strcpy(block, "what was left");
@@ -70,15 +70,15 @@ TEST_F(WindowServices, ABlockOutlivesTheProcessAtItsAddress)
     EXPECT_EQ(0u, shmwin_free(block));
 }
 
-using CardServices = card_test::CardTest;
+using CardServices = card_test::InEachDeployment<card_test::CardTest>;
 
-TEST_F(CardServices, TheCardTypeIsTheConfigurations)
+TEST_P(CardServices, TheCardTypeIsTheConfigurations)
 {
     EXPECT_EQ(card().config().card_type, platform_get_my_card_type());
     EXPECT_NE(0u, platform_get_my_card_type());
 }
 
-TEST_F(CardServices, DataPathStatisticsStartWhilePrmIsUp)
+TEST_P(CardServices, DataPathStatisticsStartWhilePrmIsUp)
 {
     prm().go_down();
     EXPECT_EQ(uint32_t{vlc::prm_not_connected}, plm_dpss_stats_init());
@@ -88,11 +88,14 @@ TEST_F(CardServices, DataPathStatisticsStartWhilePrmIsUp)
     EXPECT_TRUE(card().data_path_statistics_started());
 }
 
-TEST_F(CardServices, ASecondCardInTheProcessIsRefusedAndTheFirstStays)
+TEST_P(CardServices, ASecondCardInTheProcessIsRefusedAndTheFirstStays)
 {
     const card_test::ScratchDirectory other;
     EXPECT_THROW(vlc::VirtualLineCard(card_test::small_card(), other.path()), vlc::StateError);
     EXPECT_EQ(&card(), vlc::VirtualLineCard::current());
 }
+
+IN_BOTH_DEPLOYMENTS(WindowServices);
+IN_BOTH_DEPLOYMENTS(CardServices);
 
 } // namespace

@@ -1,0 +1,168 @@
+#include "card_link.h"
+
+#include <poll.h>
+
+#include <array>
+#include <cerrno>
+#include <system_error>
+
+namespace vlc {
+
+namespace {
+
+constexpr size_t piece_bytes = size_t{64} << 10;
+
+bool is_announcement(FrameKind kind)
+{
+    return kind == FrameKind::prm_event || kind == FrameKind::answers_waiting;
+}
+
+std::string described(const CardConfig &card)
+{
+    return std::to_string(card.num_nps) + " NPs, type " + std::to_string(card.card_type) + ", " +
+           std::to_string(card.service_config_capacity) + " and " +
+           std::to_string(card.ext_conf_capacity) + " rows";
+}
+
+} // namespace
+
+CardLink::CardLink(std::filesystem::path socket, PeerRole role)
+    : path_(std::move(socket)), role_(role)
+{
+}
+
+CardLink::Attempt CardLink::fail(Attempt how, std::string why)
+{
+    socket_.close();
+    why_ = path_.string() + ": " + why;
+    return how;
+}
+
+CardLink::Attempt CardLink::connect()
+{
+    socket_ = UnixSocket::connect(path_);
+    if (!socket_.is_open())
+        return fail(Attempt::absent,
+                    "no card listens there: " + std::generic_category().message(errno));
+    is_broken_ = false;
+    assembler_ = {};
+    announcements_.clear();
+    return greet();
+}
+
+CardLink::Attempt CardLink::greet()
+{
+    WireWriter greeting;
+    put_greeting(greeting);
+    greeting.number(static_cast<uint8_t>(role_));
+    Payload out;
+    append_frame(out, FrameKind::hello, ++sequence_, greeting.take());
+    bool sent = false;
+    const std::optional<Frame> frame = send_all(out, &sent) ? next_frame() : std::nullopt;
+    if (!frame)
+        return assembler_.is_broken()
+                   ? fail(Attempt::refused, "what listens there speaks no protocol of a virtual "
+                                            "line card")
+                   : fail(Attempt::absent, "the card there did not answer");
+    WireReader reader(frame->payload);
+    if (frame->kind == FrameKind::refusal)
+        return fail(Attempt::refused, reader.text());
+    const std::string wrong = wrong_with_greeting(reader);
+    if (!wrong.empty())
+        return fail(Attempt::refused, "what listens there " + wrong);
+    CardHello card;
+    get(reader, card.config);
+    card.prm_is_up = reader.number<uint8_t>() != 0;
+    if (frame->kind != FrameKind::reply || !reader.is_whole())
+        return fail(Attempt::refused, "the card there did not say which card it is");
+    const std::string before = described(card_.config);
+    if (was_connected_ && described(card.config) != before)
+        return fail(Attempt::other_card, "another card is there now (" + described(card.config) +
+                                             ") than before (" + before + ")");
+    card_ = card;
+    was_connected_ = true;
+    return Attempt::connected;
+}
+
+bool CardLink::send_all(const Payload &bytes, bool *any_sent)
+{
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+        const ssize_t now = socket_.send_some(std::span(bytes).subspan(sent));
+        if (now < 0 || (now == 0 && !socket_.wait(POLLOUT, longest_wait)))
+            return false;
+        sent += static_cast<size_t>(now);
+        *any_sent = sent > 0;
+    }
+    return true;
+}
+
+// Nothing when the connection broke.
+std::optional<Frame> CardLink::next_frame()
+{
+    std::array<uint8_t, piece_bytes> piece;
+    for (;;) {
+        if (std::optional<Frame> frame = assembler_.next())
+            return frame;
+        if (assembler_.is_broken())
+            return std::nullopt;
+        const ssize_t got = socket_.receive_some(piece);
+        if (got < 0 || (got == 0 && !socket_.wait(POLLIN, longest_wait)))
+            return std::nullopt;
+        assembler_.feed(std::span(piece).first(static_cast<size_t>(got)));
+    }
+}
+
+CardLink::Reply CardLink::ask(FrameKind kind, std::span<const uint8_t> payload,
+                              const std::function<void(const Payload &)> &on_part)
+{
+    Reply reply;
+    if (!is_open())
+        return reply;
+    Payload out;
+    append_frame(out, kind, ++sequence_, payload);
+    if (send_all(out, &reply.was_sent)) {
+        while (std::optional<Frame> frame = next_frame()) {
+            if (is_announcement(frame->kind)) {
+                announcements_.push_back(std::move(*frame));
+            } else if (frame->sequence == sequence_ && frame->kind == FrameKind::part && on_part) {
+                on_part(frame->payload);
+            } else if (frame->sequence == sequence_ && frame->kind == FrameKind::reply) {
+                reply.arrived = true;
+                reply.payload = std::move(frame->payload);
+                return reply;
+            } else {
+                break; // no reply to what was asked: nothing that follows can be trusted
+            }
+        }
+    }
+    is_broken_ = true;
+    return reply;
+}
+
+void CardLink::receive_announcements()
+{
+    std::array<uint8_t, piece_bytes> piece;
+    ssize_t got = 0;
+    while (is_open() && (got = socket_.receive_some(piece)) > 0)
+        assembler_.feed(std::span(piece).first(static_cast<size_t>(got)));
+    while (std::optional<Frame> frame = assembler_.next()) {
+        if (is_announcement(frame->kind))
+            announcements_.push_back(std::move(*frame));
+        else
+            got = -1;
+    }
+    if (got < 0 || assembler_.is_broken())
+        is_broken_ = true;
+}
+
+std::optional<Frame> CardLink::next_announcement()
+{
+    if (announcements_.empty())
+        return std::nullopt;
+    Frame frame = std::move(announcements_.front());
+    announcements_.pop_front();
+    return frame;
+}
+
+} // namespace vlc

@@ -1,0 +1,226 @@
+#include "card_requests.h"
+
+#include <iterator>
+
+namespace vlc {
+
+namespace {
+
+constexpr size_t part_bytes = longest_payload / 2; // left when one thing more is put into it
+
+bool is_table(TableKind table)
+{
+    return static_cast<uint32_t>(table) < table_kinds;
+}
+
+// Collects what is put into parts of a reply.
+class Parts {
+public:
+    explicit Parts(const CardRequests::Part &send) : send_(send) {}
+    template <typename... Things>
+    void add(const Things &...things)
+    {
+        (put_one(things), ...);
+        if (writer_.size() >= part_bytes)
+            send_(writer_.take());
+    }
+    void finish()
+    {
+        if (writer_.size() > 0)
+            send_(writer_.take());
+    }
+
+private:
+    void put_one(uint32_t number) { writer_.number(number); }
+    template <typename Thing>
+    void put_one(const Thing &thing)
+    {
+        put(writer_, thing);
+    }
+
+    const CardRequests::Part &send_;
+    WireWriter writer_;
+};
+
+} // namespace
+
+struct CardRequests::Handler {
+    FrameKind kind;
+    bool is_for_readers; // changes nothing
+    void (CardRequests::*handle)(WireReader &in, WireWriter &out, const Part &part);
+};
+
+constexpr CardRequests::Handler CardRequests::handlers[] = {
+    {FrameKind::find_handle, true, &CardRequests::find_handle},
+    {FrameKind::register_handle, false, &CardRequests::register_handle},
+    {FrameKind::reregister, false, &CardRequests::reregister},
+    {FrameKind::set_name, false, &CardRequests::set_name},
+    {FrameKind::request, false, &CardRequests::request},
+    {FrameKind::read_answer, false, &CardRequests::read_answer},
+    {FrameKind::unread, true, &CardRequests::unread},
+    {FrameKind::is_handle, true, &CardRequests::is_handle},
+    {FrameKind::read_counter, false, &CardRequests::read_counter},
+    {FrameKind::packets, false, &CardRequests::packets},
+    {FrameKind::rows, true, &CardRequests::rows},
+    {FrameKind::answers, true, &CardRequests::answers},
+    {FrameKind::counter, true, &CardRequests::counter},
+};
+
+CardRequests::CardRequests(Hardware &hardware) : hardware_(hardware)
+{
+    traffic_.nps.resize(hardware.nps().size());
+}
+
+std::optional<Payload> CardRequests::answer(const Frame &frame, PeerRole role, const Part &part)
+{
+    const auto *handler = std::find_if(std::begin(handlers), std::end(handlers),
+                                       [&](const Handler &one) { return one.kind == frame.kind; });
+    if (handler == std::end(handlers) || (role == PeerRole::reader && !handler->is_for_readers))
+        return std::nullopt;
+    WireReader in(frame.payload);
+    WireWriter out;
+    (this->*handler->handle)(in, out, part);
+    if (!in.is_whole())
+        return std::nullopt;
+    return out.take();
+}
+
+// Each handler reads all of its request before it does anything, and does nothing when the request
+// is not whole.
+
+void CardRequests::find_handle(WireReader &in, WireWriter &out, const Part &)
+{
+    const std::string name = in.text();
+    uint32_t handle = 0;
+    if (in.is_whole())
+        out.number(hardware_.prm().find_handle(name.c_str(), &handle)).number(handle);
+}
+
+void CardRequests::register_handle(WireReader &in, WireWriter &out, const Part &)
+{
+    uint32_t handle = 0;
+    if (in.is_whole())
+        out.number(hardware_.prm().register_handle(&handle)).number(handle);
+}
+
+void CardRequests::reregister(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto handle = in.number<uint32_t>();
+    if (in.is_whole())
+        out.number(hardware_.prm().reregister(handle));
+}
+
+void CardRequests::set_name(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto handle = in.number<uint32_t>();
+    const std::string name = in.text();
+    if (in.is_whole())
+        out.number(hardware_.prm().set_name(handle, name.c_str()));
+}
+
+void CardRequests::request(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto handle = in.number<uint32_t>();
+    const auto table = static_cast<TableKind>(in.number<uint8_t>());
+    const auto operation = in.number<uint32_t>();
+    prm_config_record record;
+    get(in, record);
+    if (!in.is_whole())
+        return;
+    out.number(is_table(table) ? hardware_.prm().request(handle, table, operation, record)
+                               : uint32_t{prm_bad_record});
+}
+
+void CardRequests::read_answer(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto handle = in.number<uint32_t>();
+    if (!in.is_whole())
+        return;
+    prm_async_response response;
+    const uint32_t code = hardware_.prm().read_answer(handle, &response);
+    out.number(code);
+    if (code == 0)
+        put(out, response);
+}
+
+void CardRequests::unread(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto handle = in.number<uint32_t>();
+    if (in.is_whole())
+        out.number(hardware_.prm().unread(handle));
+}
+
+void CardRequests::is_handle(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto handle = in.number<uint32_t>();
+    if (in.is_whole())
+        out.number(static_cast<uint8_t>(hardware_.prm().is_handle(handle)));
+}
+
+void CardRequests::read_counter(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto np = in.number<uint32_t>();
+    const auto counter = in.number<uint32_t>();
+    const auto option = in.number<uint32_t>();
+    uint64_t words[2] = {};
+    if (!in.is_whole())
+        return;
+    out.number(hardware_.prm().read_counter(np, counter, option, words));
+    out.number(words[0]).number(words[1]);
+}
+
+void CardRequests::packets(WireReader &in, WireWriter &out, const Part &)
+{
+    std::vector<CapturedPacket> all;
+    while (in.has_more()) {
+        CapturedPacket packet{};
+        get(in, packet);
+        if (packet.link != LinkType::ethernet && packet.link != LinkType::linux_sll)
+            in.refuse(); // nobody knows how to read it
+        all.push_back(packet);
+    }
+    if (!in.is_whole())
+        return;
+    DataPlane plane(hardware_.nps(), hardware_.config());
+    for (const CapturedPacket &packet : all)
+        plane.process(packet);
+    traffic_.add(plane.totals());
+    put(out, plane.totals());
+}
+
+void CardRequests::rows(WireReader &in, WireWriter &, const Part &part)
+{
+    const auto np = in.number<uint32_t>();
+    const auto table = static_cast<TableKind>(in.number<uint8_t>());
+    if (np >= hardware_.nps().size() || !is_table(table))
+        in.refuse();
+    if (!in.is_whole())
+        return;
+    Parts parts(part);
+    hardware_.nps()[np].table(table).for_each([&parts](const TableRow &row) { parts.add(row); });
+    parts.finish();
+}
+
+void CardRequests::answers(WireReader &in, WireWriter &, const Part &part)
+{
+    if (!in.is_whole())
+        return;
+    Parts parts(part);
+    hardware_.prm_store().for_each_unread(
+        [&parts](uint32_t handle, const StoredAnswer &answer) { parts.add(handle, answer); });
+    parts.finish();
+}
+
+void CardRequests::counter(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto np = in.number<uint32_t>();
+    const auto place = in.number<uint32_t>();
+    if (np >= hardware_.nps().size() || place >= CounterBank::count)
+        in.refuse();
+    if (!in.is_whole())
+        return;
+    const PacketCount count = hardware_.nps()[np].counters().read(place);
+    out.number(count.packets).number(count.bytes);
+}
+
+} // namespace vlc

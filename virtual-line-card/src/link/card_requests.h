@@ -1,0 +1,41 @@
+// What the card answers to one request of a peer.
+#pragma once
+
+#include <functional>
+
+#include "messages.h"
+#include "vlc/hardware.h"
+
+namespace vlc {
+
+class CardRequests {
+public:
+    explicit CardRequests(Hardware &hardware);
+
+    using Part = std::function<void(Payload part)>;
+    // Nothing for a request that is malformed or that this peer may not make.
+    std::optional<Payload> answer(const Frame &frame, PeerRole role, const Part &part);
+    const DataPlaneTotals &traffic() const { return traffic_; }
+
+private:
+    struct Handler;
+    static const Handler handlers[];
+    void find_handle(WireReader &in, WireWriter &out, const Part &part);
+    void register_handle(WireReader &in, WireWriter &out, const Part &part);
+    void reregister(WireReader &in, WireWriter &out, const Part &part);
+    void set_name(WireReader &in, WireWriter &out, const Part &part);
+    void request(WireReader &in, WireWriter &out, const Part &part);
+    void read_answer(WireReader &in, WireWriter &out, const Part &part);
+    void unread(WireReader &in, WireWriter &out, const Part &part);
+    void is_handle(WireReader &in, WireWriter &out, const Part &part);
+    void read_counter(WireReader &in, WireWriter &out, const Part &part);
+    void packets(WireReader &in, WireWriter &out, const Part &part);
+    void rows(WireReader &in, WireWriter &out, const Part &part);
+    void answers(WireReader &in, WireWriter &out, const Part &part);
+    void counter(WireReader &in, WireWriter &out, const Part &part);
+
+    Hardware &hardware_;
+    DataPlaneTotals traffic_;
+};
+
+} // namespace vlc

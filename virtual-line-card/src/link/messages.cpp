@@ -1,0 +1,168 @@
+#include "messages.h"
+
+namespace vlc {
+
+namespace {
+
+constexpr size_t most_nps = 8;
+
+// Every number of the totals, in one order for both directions.
+template <typename Totals, typename Visit>
+void for_each_number(Totals &totals, const Visit &visit)
+{
+    for (auto *number :
+         {&totals.packets, &totals.bytes, &totals.missed_packets, &totals.missed_bytes})
+        visit(*number);
+    for (auto &number : totals.unreadable)
+        visit(number);
+    for (auto &np : totals.nps) {
+        visit(np.packets);
+        visit(np.bytes);
+        for (auto &hits : np.hits)
+            visit(hits);
+        visit(np.uncounted_hits);
+    }
+}
+
+std::span<const uint8_t> bytes_of(std::string_view text)
+{
+    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
+}
+
+} // namespace
+
+void put_greeting(WireWriter &writer)
+{
+    writer.bytes(bytes_of(link_magic)).number(link_version);
+}
+
+std::string wrong_with_greeting(WireReader &reader)
+{
+    const auto magic = reader.take(link_magic.size());
+    const auto version = reader.number<uint32_t>();
+    if (!reader.fits() || !std::ranges::equal(magic, bytes_of(link_magic)))
+        return "speaks no protocol of a virtual line card";
+    if (version != link_version)
+        return "speaks version " + std::to_string(version) + ", and this program speaks version " +
+               std::to_string(link_version);
+    return "";
+}
+
+void put(WireWriter &writer, const CardConfig &config)
+{
+    writer.text(config.name).number(config.card_type).number(config.slot).number(config.num_nps);
+    writer.number(config.service_config_capacity).number(config.ext_conf_capacity);
+    writer.number(config.window_bytes);
+}
+
+void get(WireReader &reader, CardConfig &config)
+{
+    config.name = reader.text();
+    reader.into(config.card_type);
+    reader.into(config.slot);
+    reader.into(config.num_nps);
+    reader.into(config.service_config_capacity);
+    reader.into(config.ext_conf_capacity);
+    reader.into(config.window_bytes);
+}
+
+void put(WireWriter &writer, const prm_config_record &record)
+{
+    writer.number(record.np).number(record.kind).number(record.refnum).number(record.key_len);
+    writer.number(record.reserved).bytes(record.key).number(record.result_len);
+    writer.bytes(record.result);
+}
+
+void get(WireReader &reader, prm_config_record &record)
+{
+    for (uint32_t *field :
+         {&record.np, &record.kind, &record.refnum, &record.key_len, &record.reserved})
+        reader.into(*field);
+    reader.into(record.key);
+    reader.into(record.result_len);
+    reader.into(record.result);
+}
+
+void put(WireWriter &writer, const prm_async_response &response)
+{
+    writer.number(response.np).number(response.flags).number(response.status);
+    writer.number(response.refnum).number(response.vrf_id).number(response.key_size);
+    writer.bytes(response.key).number(response.result_size);
+    writer.bytes({response.result, sizeof(StoredAnswer::result)}); // the rest is zero
+}
+
+void get(WireReader &reader, prm_async_response &response)
+{
+    response = {};
+    for (uint32_t *field : {&response.np, &response.flags, &response.status, &response.refnum,
+                            &response.vrf_id, &response.key_size})
+        reader.into(*field);
+    reader.into(response.key);
+    reader.into(response.result_size);
+    reader.into(response.result, sizeof(StoredAnswer::result));
+}
+
+void put(WireWriter &writer, const TableRow &row)
+{
+    writer.number(row.hash).number(row.key_len).number(row.result_len);
+    writer.bytes(row.key_span()).bytes(row.result_span());
+}
+
+void get(WireReader &reader, TableRow &row)
+{
+    row = {};
+    reader.into(row.hash);
+    reader.into(row.key_len);
+    reader.into(row.result_len);
+    reader.into(row.key, row.key_len);
+    reader.into(row.result, row.result_len);
+}
+
+void put(WireWriter &writer, const StoredAnswer &answer)
+{
+    writer.number(answer.np).number(answer.flags).number(answer.status).number(answer.refnum);
+    writer.number(answer.vrf_id).number(answer.key_len).number(answer.result_len);
+    writer.bytes({answer.key, answer.key_len}).bytes({answer.result, answer.result_len});
+}
+
+void get(WireReader &reader, StoredAnswer &answer)
+{
+    answer = {};
+    for (uint32_t *field :
+         {&answer.np, &answer.flags, &answer.status, &answer.refnum, &answer.vrf_id})
+        reader.into(*field);
+    reader.into(answer.key_len);
+    reader.into(answer.result_len);
+    reader.into(answer.key, answer.key_len);
+    reader.into(answer.result, answer.result_len);
+}
+
+void put(WireWriter &writer, const DataPlaneTotals &totals)
+{
+    writer.number(static_cast<uint8_t>(totals.nps.size()));
+    for_each_number(totals, [&writer](uint64_t number) { writer.number(number); });
+}
+
+void get(WireReader &reader, DataPlaneTotals &totals)
+{
+    totals = {};
+    totals.nps.resize(std::min<size_t>(reader.number<uint8_t>(), most_nps));
+    for_each_number(totals, [&reader](uint64_t &number) { reader.into(number); });
+}
+
+void put(WireWriter &writer, const CapturedPacket &packet)
+{
+    writer.number(static_cast<uint8_t>(packet.link)).number(packet.wire_length);
+    writer.number(packet.nanoseconds).number(static_cast<uint32_t>(packet.bytes.size()));
+    writer.bytes(packet.bytes);
+}
+
+void get(WireReader &reader, CapturedPacket &packet)
+{
+    packet.link = static_cast<LinkType>(reader.number<uint8_t>());
+    reader.into(packet.wire_length);
+    reader.into(packet.nanoseconds);
+    packet.bytes = reader.take(reader.number<uint32_t>());
+}
+
+} // namespace vlc

@@ -1,0 +1,47 @@
+// What the frames carry.
+#pragma once
+
+#include "frame.h"
+#include "platform_prm.h"
+#include "vlc/card_config.h"
+#include "vlc/data_plane.h"
+#include "vlc/np_store.h"
+#include "vlc/prm_store.h"
+
+namespace vlc {
+
+constexpr std::string_view link_magic = "vlc-link";
+constexpr uint32_t link_version = 1;
+
+enum class PeerRole : uint8_t { host = 1, reader = 2 };
+
+// The first message of each side. A magic and a version come first in every version.
+struct ClientHello {
+    PeerRole role = PeerRole::reader;
+};
+struct CardHello {
+    CardConfig config;
+    bool prm_is_up = false;
+};
+
+// What is wrong with the other side's greeting, for a person; empty for nothing.
+std::string wrong_with_greeting(WireReader &reader);
+void put_greeting(WireWriter &writer);
+
+void put(WireWriter &writer, const CardConfig &config);
+void get(WireReader &reader, CardConfig &config);
+void put(WireWriter &writer, const prm_config_record &record);
+void get(WireReader &reader, prm_config_record &record);
+void put(WireWriter &writer, const prm_async_response &response);
+void get(WireReader &reader, prm_async_response &response);
+void put(WireWriter &writer, const TableRow &row);
+void get(WireReader &reader, TableRow &row);
+void put(WireWriter &writer, const StoredAnswer &answer);
+void get(WireReader &reader, StoredAnswer &answer);
+void put(WireWriter &writer, const DataPlaneTotals &totals);
+void get(WireReader &reader, DataPlaneTotals &totals);
+// The bytes of a packet that was read stay where they came from.
+void put(WireWriter &writer, const CapturedPacket &packet);
+void get(WireReader &reader, CapturedPacket &packet);
+
+} // namespace vlc

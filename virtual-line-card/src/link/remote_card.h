@@ -1,0 +1,39 @@
+// A card behind a socket, for tools.
+#pragma once
+
+#include "card_link.h"
+#include "vlc/card_access.h"
+
+namespace vlc {
+
+class RemoteCard final : public RunningCard {
+public:
+    using Ask = std::function<CardLink::Reply(FrameKind kind, const Payload &payload,
+                                              const std::function<void(const Payload &)> &on_part)>;
+    // `announced` says how much the card has announced up to now.
+    RemoteCard(const CardLink &link, Ask ask, std::function<uint64_t()> announced);
+
+    const CardConfig &config() const override { return link_.card().config; }
+    void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) override;
+    void for_each_unread_answer(const VisitAnswer &visit) override;
+    PacketCount counter(uint32_t np, uint32_t place) override;
+
+    bool process(const CapturedPacket &packet) override;
+    Traffic traffic() override;
+    bool settle() override;
+
+private:
+    Payload look(FrameKind kind, Payload payload,
+                 const std::function<void(const Payload &)> &on_part = {});
+    bool send_packets();
+
+    const CardLink &link_;
+    Ask ask_;
+    std::function<uint64_t()> announced_;
+    uint64_t settled_ = 0;
+    WireWriter waiting_;
+    uint64_t waiting_packets_ = 0;
+    Traffic traffic_;
+};
+
+} // namespace vlc

@@ -1,0 +1,104 @@
+// Numbers and bytes as they travel: little-endian, without padding.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <span>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace vlc {
+
+using Payload = std::vector<uint8_t>;
+
+class WireWriter {
+public:
+    template <typename Number>
+    WireWriter &number(Number value)
+    {
+        auto left = static_cast<uint64_t>(value);
+        for (size_t i = 0; i < sizeof(Number); ++i, left >>= 8)
+            payload_.push_back(static_cast<uint8_t>(left));
+        return *this;
+    }
+    WireWriter &bytes(std::span<const uint8_t> bytes)
+    {
+        payload_.insert(payload_.end(), bytes.begin(), bytes.end());
+        return *this;
+    }
+    WireWriter &text(std::string_view text)
+    {
+        number(static_cast<uint32_t>(text.size()));
+        payload_.insert(payload_.end(), text.begin(), text.end());
+        return *this;
+    }
+    size_t size() const { return payload_.size(); }
+    Payload take() { return std::move(payload_); }
+
+private:
+    Payload payload_;
+};
+
+// Reads what a peer sent. What does not fit reads as 0 or nothing, and is_whole() says so once at
+// the end.
+class WireReader {
+public:
+    explicit WireReader(std::span<const uint8_t> payload) : left_(payload) {}
+
+    template <typename Number>
+    Number number()
+    {
+        uint64_t value = 0;
+        const std::span<const uint8_t> taken = take(sizeof(Number));
+        for (size_t i = taken.size(); i > 0; --i)
+            value = value << 8 | taken[i - 1];
+        return static_cast<Number>(value);
+    }
+    template <typename Number>
+    void into(Number &field)
+    {
+        field = number<Number>();
+    }
+    std::span<const uint8_t> take(size_t size)
+    {
+        if (left_.size() < size) {
+            refuse();
+            return {};
+        }
+        const std::span<const uint8_t> taken = left_.first(size);
+        left_ = left_.subspan(size);
+        return taken;
+    }
+    template <size_t Size>
+    void into(uint8_t (&field)[Size], size_t size = Size)
+    {
+        if (size > Size) {
+            refuse();
+            return;
+        }
+        const std::span<const uint8_t> taken = take(size);
+        std::copy(taken.begin(), taken.end(), field);
+    }
+    std::string text()
+    {
+        const std::span<const uint8_t> taken = take(number<uint32_t>());
+        return {taken.begin(), taken.end()};
+    }
+    void refuse() // what was read cannot be
+    {
+        fits_ = false;
+        left_ = {};
+    }
+    bool has_more() const { return !left_.empty(); }
+    bool fits() const { return fits_; }
+    bool is_whole() const { return fits_ && left_.empty(); }
+
+private:
+    std::span<const uint8_t> left_;
+    bool fits_ = true;
+};
+
+} // namespace vlc

@@ -1,0 +1,36 @@
+// The transport to a PRM in another process.
+#pragma once
+
+#include "host_link.h"
+#include "prm_transport.h"
+
+namespace vlc {
+
+class SocketPrm final : public PrmTransport {
+public:
+    explicit SocketPrm(HostLink &link) : link_(link) {}
+
+    bool is_connected() const override { return link_.prm_is_up(); }
+    void on_event(std::function<void(PrmEvent)> listener) override;
+    void on_answer(std::function<void(uint32_t handle)> listener) override;
+
+    uint32_t find_handle(const std::string &name, uint32_t *handle) override;
+    uint32_t register_handle(uint32_t *handle) override;
+    uint32_t reregister(uint32_t handle) override;
+    uint32_t set_name(uint32_t handle, const std::string &name) override;
+    Taken request(uint32_t handle, TableKind table, uint32_t operation,
+                  const prm_config_record &record) override;
+    uint32_t read_answer(uint32_t handle, prm_async_response *response) override;
+    uint64_t unread(uint32_t handle) override;
+    bool is_handle(uint32_t handle) override;
+
+    CounterRegion counter_region() override { return {CounterBank::first, CounterBank::count}; }
+    uint32_t read_counter(uint32_t np, uint32_t counter, uint32_t option, uint64_t out[2]) override;
+
+private:
+    uint32_t code_of(const CardLink::Reply &reply, uint32_t *number = nullptr) const;
+
+    HostLink &link_;
+};
+
+} // namespace vlc
