@@ -130,6 +130,7 @@ void write_json(std::ostream &out, const RunReport &report)
         {"addresses", entries_json(report.addresses)},
         {"hardware_failures", failures_json(report.failures)},
         {"evidence", report.evidence ? ordered_json(report.evidence->string()) : nullptr},
+        {"faults", report.faults ? fault_json(*report.faults) : nullptr},
         {"problems", report.problems},
     };
     out << object.dump(2, ' ', false, ordered_json::error_handler_t::replace) << "\n";

@@ -7,6 +7,7 @@
 
 #include "entry_names.h"
 #include "numbers.h"
+#include "text_columns.h"
 
 namespace inlinectl {
 namespace {
@@ -20,17 +21,6 @@ constexpr size_t shown_destinations = 20;
 constexpr size_t shown_addresses = 10;
 constexpr size_t label_columns = 10;
 constexpr std::string_view gap = "  ";
-
-std::string left(std::string text, size_t width)
-{
-    text.resize(std::max(width, text.size()), ' ');
-    return text;
-}
-
-std::string right(const std::string &text, size_t width)
-{
-    return std::string(width - std::min(width, text.size()), ' ') + text;
-}
 
 std::string percent(double share)
 {
@@ -62,6 +52,10 @@ public:
         write_ranking("Addresses", "address", report_.addresses, shown_addresses);
         write_sums();
         write_failures();
+        if (report_.faults) {
+            out_ << "\n";
+            write_fault_text(out_, *report_.faults, style_);
+        }
     }
 
 private:

@@ -23,6 +23,7 @@
 #include "temporary_directory.h"
 #include "terminal.h"
 #include "traffic_meter.h"
+#include "vlc/faults.h"
 #include "vlc/state_directory.h"
 #include "vlc/state_error.h"
 #include "vlc/virtual_line_card.h"
@@ -41,6 +42,7 @@ std::string card_text(const vlc::CardConfig &card)
 struct RunInput {
     vlc::CardConfig card;
     std::vector<services::Destination> wanted;
+    std::optional<vlc::FaultPlan> faults;
 };
 
 // A state goes on as the card that it was made for.
@@ -68,6 +70,8 @@ RunInput read_input(const RunOptions &options, Progress &progress)
     input.card = card_of(options);
     if (options.scenario_file)
         input.wanted = load_scenario(*options.scenario_file);
+    if (options.fault_file)
+        input.faults = vlc::load_fault_plan(*options.fault_file);
     CaptureScan scan = scan_captures(options.captures, progress);
     if (!options.scenario_file)
         input.wanted = std::move(scan.destinations);
@@ -86,12 +90,25 @@ services::HostHandles handles_of(vlc::VirtualLineCard &card)
             [&card](const std::function<bool()> &done) { return card.events().run_until(done); }};
 }
 
+// Nothing without a plan.
+std::unique_ptr<vlc::Faults> attached_faults(const std::optional<vlc::FaultPlan> &plan,
+                                             vlc::VirtualLineCard &card)
+{
+    if (!plan)
+        return nullptr;
+    auto faults = std::make_unique<vlc::Faults>(*plan);
+    faults->attach_host();
+    faults->attach_card(card.prm(), card.events());
+    return faults;
+}
+
 class Run {
 public:
     Run(const RunOptions &options, const RunInput &input, Progress &progress,
         const std::filesystem::path &state_directory)
         : options_(options), input_(input), progress_(progress), card_(input.card, state_directory),
-          host_(handles_of(card_)), evidence_(options.state_directory)
+          faults_(attached_faults(input.faults, card_)), host_(handles_of(card_)),
+          evidence_(options.state_directory)
     {
         card_.on_failed_answer(
             [this](const prm_async_response &answer) { evidence_.notice(answer); });
@@ -109,6 +126,12 @@ public:
         settle();
         conclude();
         return std::move(report_);
+    }
+
+    // What the plan has done so far, for a run that ends before its report too.
+    std::optional<FaultReport> faults() const
+    {
+        return faults_ ? std::optional(fault_report(*faults_)) : std::nullopt;
     }
 
 private:
@@ -162,6 +185,7 @@ private:
         report_.requests = card_.prm().totals();
         report_.interrupted = interrupted();
         report_.evidence = evidence_.bundle();
+        report_.faults = faults();
         if (!evidence_.failure().empty())
             report_.problems.push_back("no evidence could be kept: " + evidence_.failure());
         if (const uint64_t failed = report_.failures.count(); failed > 0)
@@ -180,6 +204,7 @@ private:
     const RunInput &input_;
     Progress &progress_;
     vlc::VirtualLineCard card_;
+    std::unique_ptr<vlc::Faults> faults_;
     services::ServiceHost host_;
     Evidence evidence_;
     std::optional<services::TrafficMeter> meter_;
@@ -215,7 +240,13 @@ int perform_run(const RunOptions &options)
     const std::filesystem::path &directory =
         options.state_directory ? *options.state_directory : temporary->path();
     Run run(options, input, progress, directory);
-    return show(options, run.perform());
+    try {
+        return show(options, run.perform());
+    } catch (const std::exception &) {
+        if (const auto faults = run.faults())
+            write_fault_text(std::cerr, *faults, Style());
+        throw;
+    }
 }
 
 int run(const RunOptions &options)

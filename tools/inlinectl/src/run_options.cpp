@@ -17,12 +17,20 @@ constexpr const char *examples =
     "    inlinectl run --state card --pcap capture.pcap\n"
     "  Program the scenario's entries only, report as JSON:\n"
     "    inlinectl run --scenario entries.toml --pcap capture.pcap --json\n"
+    "  Lose and delay some of the hardware's answers:\n"
+    "    inlinectl run --pcap capture.pcap --fault faults/answers.toml\n"
     "\n"
     "A scenario file lists entries, each as\n"
     "  [[entry]]\n"
     "  protocol = \"tcp\"       # or a number\n"
     "  address = \"192.0.2.1\"\n"
-    "  port = 80              # 0, or left out: packets without a port";
+    "  port = 80              # 0, or left out: packets without a port\n"
+    "\n"
+    "A fault plan lists rules, each as\n"
+    "  [[rule]]\n"
+    "  service = \"shmwin_malloc\"   # a platform service\n"
+    "  action = \"no-memory\"\n"
+    "  nth = 100                   # the 100th call";
 
 } // namespace
 
@@ -41,6 +49,8 @@ void declare_run_options(CLI::App &run, RunOptions &options)
     run.add_option("--state", options.state_directory,
                    "Keep the card here, or go on with the one here")
         ->type_name("DIR");
+    run.add_option("--fault", options.fault_file, "What goes wrong meanwhile: a fault plan (TOML)")
+        ->type_name("FILE");
     run.add_flag("--json", options.json, "Write the report as one JSON object");
     run.add_flag("--quiet", options.quiet, "No progress, no report, only what failed");
     run.footer(examples);

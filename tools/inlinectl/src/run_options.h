@@ -16,6 +16,7 @@ struct RunOptions {
     std::optional<std::filesystem::path> card_file;
     std::optional<std::filesystem::path> scenario_file;
     std::optional<std::filesystem::path> state_directory;
+    std::optional<std::filesystem::path> fault_file;
     std::optional<uint16_t> num_nps; // instead of the card's own number
     std::vector<std::filesystem::path> captures;
     bool json = false;

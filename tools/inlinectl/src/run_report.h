@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "fault_report.h"
 #include "hardware_failures.h"
 #include "terminal.h"
 #include "traffic_meter.h"
@@ -26,6 +27,7 @@ struct RunReport {
     vlc::Prm::Totals requests{};
     HardwareFailures failures;
     std::optional<std::filesystem::path> evidence; // of the first late failure, with --state
+    std::optional<FaultReport> faults;             // with a plan
     std::vector<std::string> problems;             // what failed, one line each
     bool interrupted = false;
 
