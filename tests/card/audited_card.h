@@ -41,12 +41,7 @@ protected:
     services::AuditInput input() const
     {
         return {.root = root,
-                .in_shared_memory =
-                    [this](const void *address, size_t bytes) {
-                        const auto *first = static_cast<const uint8_t *>(address);
-                        return card->window().contains(first) &&
-                               card->window().contains(first + bytes - 1);
-                    },
+                .in_shared_memory = inlinectl::in_window(card->window()),
                 .counters_unswapped = config.card_type == unswapped_card,
                 .first_counter = vlc::CounterBank::first,
                 .counter_count = vlc::CounterBank::count,

@@ -51,12 +51,7 @@ KillableHost::KillableHost(const CardSpec &spec, const std::filesystem::path &di
 services::SettlementInput KillableHost::input()
 {
     return {.root = host.root(),
-            .in_shared_memory =
-                [this](const void *address, size_t bytes) {
-                    const auto *first = static_cast<const uint8_t *>(address);
-                    return card.window().contains(first) &&
-                           card.window().contains(first + bytes - 1);
-                },
+            .in_shared_memory = inlinectl::in_window(card.window()),
             .hardware = &hardware_,
             .run_events = [this] { run_events(); }};
 }

@@ -96,19 +96,18 @@ TEST_F(EvidenceOfAFailure, DecodesTheAnswer)
 TEST_F(EvidenceOfAFailure, ShowsTheShadowDbsEntry)
 {
     const std::string text = test::file_text(bundle_of_a_duplicate() / "shadow.txt");
-    for (const char *line :
-         {"main key    1 (application type 1, id 1)\n", "entry id    1\n", "action      1\n",
-          "entry       tcp 192.0.2.1:80\n", "NP 1        received 0x000000c0, dropped 0x00c00001\n"})
+    for (const char *line : {"main key    1 (application type 1, id 1)\n", "entry id    1\n",
+                             "action      1\n", "entry       tcp 192.0.2.1:80\n",
+                             "NP 1        received 0x000000c0, dropped 0x00c00001\n"})
         EXPECT_NE(std::string::npos, text.find(line)) << line << text;
 }
 
 TEST_F(EvidenceOfAFailure, ShowsTheRowOfEveryNp)
 {
     const std::string text = test::file_text(bundle_of_a_duplicate() / "np.txt");
-    for (const char *line :
-         {"NP 0        01 c0 00 00 00 00 00 01\n",
-          "            counter 0x00c00000: 0 packets, 0 bytes\n",
-          "NP 1        01 c0 12 34 00 00 00 09\n"})
+    for (const char *line : {"NP 0        01 c0 00 00 00 00 00 01\n",
+                             "            counter 0x00c00000: 0 packets, 0 bytes\n",
+                             "NP 1        01 c0 12 34 00 00 00 09\n"})
         EXPECT_NE(std::string::npos, text.find(line)) << line << text;
 }
 
@@ -215,18 +214,20 @@ TEST_F(EvidenceOfAFailure, SaysWhyItCouldNotBeKept)
 
 TEST_F(EvidenceOfAFailure, IsNamedByTheProgram)
 {
-    put_a_row_in_the_way(*card);
-    card.reset();
+    card.reset(); // a row in the way would be settled at the start
+    std::ofstream("/tmp/plan.toml") << "[[rule]]\nservice = \"prm_srh_service_config_add\"\n"
+                                       "action = \"answer\"\nstatus = 0x257C5404\nnth = 1\n";
     std::ofstream("/tmp/entries.toml")
         << "[[entry]]\nprotocol = \"tcp\"\naddress = \"192.0.2.1\"\nport = 80\n";
-    const test::Outcome run = test::run_program(
-        {.program = INLINECTL,
-         .arguments = {"run", "--state", test::card_directory, "--scenario", "/tmp/entries.toml"}});
+    const test::Outcome run =
+        test::run_program({.program = INLINECTL,
+                           .arguments = {"run", "--state", test::card_directory, "--scenario",
+                                         "/tmp/entries.toml", "--fault", "/tmp/plan.toml"}});
     EXPECT_EQ(1, run.exit_code);
     const std::vector<std::string> bundles = names_in(directory);
     ASSERT_EQ(1u, bundles.size());
-    EXPECT_NE(std::string::npos, run.out.find("  evidence of the first: " +
-                                              (directory / bundles[0]).string() + "\n"))
+    EXPECT_NE(std::string::npos,
+              run.out.find("  evidence of the first: " + (directory / bundles[0]).string() + "\n"))
         << run.out;
 }
 

@@ -1,8 +1,12 @@
-// A virtual card's hardware as the audit and the settlement read it.
+// A virtual card as the audit and the settlement read it: its hardware, and its window.
 #pragma once
+
+#include <cstddef>
+#include <cstdint>
 
 #include "hardware_view.h"
 #include "vlc/card_access.h"
+#include "vlc/window.h"
 
 namespace inlinectl {
 
@@ -30,5 +34,15 @@ public:
 private:
     vlc::CardAccess &card_;
 };
+
+// Whether bytes lie in a window, which must outlive the answer. At least one byte is asked for.
+inline auto in_window(const vlc::Window &window)
+{
+    return [&window](const void *address, size_t bytes) {
+        const auto first = reinterpret_cast<uintptr_t>(address);
+        return bytes <= UINTPTR_MAX - first && window.contains(address) &&
+               window.contains(reinterpret_cast<const void *>(first + bytes - 1));
+    };
+}
 
 } // namespace inlinectl

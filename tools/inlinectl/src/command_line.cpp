@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "audit_command.h"
 #include "exit_code.h"
 #include "nearest_name.h"
 #include "run_command.h"
@@ -18,13 +19,14 @@ namespace {
 constexpr const char *examples =
     "Examples:\n"
     "  inlinectl run --pcap capture.pcap\n"
+    "  inlinectl audit --state card\n"
     "  inlinectl run --help\n"
     "\n"
     "Exit codes: 0 fine, 1 something failed, 2 usage or unreadable input.";
 
 std::vector<Command> all_commands()
 {
-    return {run_command()};
+    return {run_command(), audit_command()};
 }
 
 // A command and its place in the parser.

@@ -123,6 +123,7 @@ void write_json(std::ostream &out, const RunReport &report)
           {"type", report.card.card_type},
           {"nps", report.card.num_nps},
           {"shares_counters", shares_counters(report.card)}}},
+        {"settlement", {{"done", report.settlement.done}, {"left", report.settlement.left}}},
         {"entries", {{"found", entries.found}, {"new", entries.made}}},
         {"requests", requests_json(report)},
         {"replayed", traffic_json(report)},

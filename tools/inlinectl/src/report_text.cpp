@@ -80,6 +80,8 @@ private:
                          ", type " + type.data());
         if (shares_counters(report_.card))
             line("", "its NPs count on the first of each 256 counters: entries share them");
+        for (const std::string &done : report_.settlement.done)
+            line("Settled", done);
         const EntryCounts entries = count_entries(report_);
         line("Entries", counted(report_.destinations.size(), "destination", "destinations") + ", " +
                             counted(report_.addresses.size(), "address", "addresses") + ": " +

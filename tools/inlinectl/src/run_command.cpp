@@ -9,6 +9,7 @@
 #include <optional>
 
 #include "capture_scan.h"
+#include "card_hardware.h"
 #include "evidence.h"
 #include "exit_code.h"
 #include "interrupt.h"
@@ -19,6 +20,7 @@
 #include "run_report.h"
 #include "scenario.h"
 #include "service_host.h"
+#include "settlement.h"
 #include "standard_streams.h"
 #include "temporary_directory.h"
 #include "terminal.h"
@@ -120,6 +122,8 @@ public:
     {
         host_.start();
         settle();
+        if (host_.found_root())
+            settle_what_was_left();
         meter_.emplace();
         program();
         replay_captures();
@@ -141,6 +145,23 @@ private:
         card_.events().run_until_idle();
         report_.failures.look();
         evidence_.write(host_.root(), card_.access());
+    }
+
+    // An earlier host may have been killed with an entry in flight.
+    void settle_what_was_left()
+    {
+        const CardHardware hardware(card_.access());
+        report_.settlement = services::settle({.root = host_.root(),
+                                               .in_shared_memory = in_window(card_.window()),
+                                               .hardware = &hardware,
+                                               .run_events = [this] { settle(); }});
+        constexpr size_t told = 5; // the audit has them all
+        const std::vector<std::string> &left = report_.settlement.left;
+        for (size_t i = 0; i < std::min(told, left.size()); ++i)
+            report_.problems.push_back("not settled: " + left[i]);
+        if (left.size() > told)
+            report_.problems.push_back("not settled: " + grouped(left.size() - told) +
+                                       " more; see 'inlinectl audit'");
     }
 
     void program()

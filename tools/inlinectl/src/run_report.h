@@ -10,6 +10,7 @@
 
 #include "fault_report.h"
 #include "hardware_failures.h"
+#include "settlement.h"
 #include "terminal.h"
 #include "traffic_meter.h"
 #include "vlc/card_config.h"
@@ -20,6 +21,7 @@ namespace inlinectl {
 
 struct RunReport {
     vlc::CardConfig card;
+    services::Settlement settlement; // of what an earlier host left; empty without one
     std::vector<services::MeterEntry> destinations; // most bytes first
     std::vector<services::MeterEntry> addresses;
     size_t captures = 0;
