@@ -495,7 +495,7 @@ TEST_F(InlinectlUsage, ANumberOfNpsIsFromOneToEight)
 TEST_F(InlinectlUsage, HelpHasExamplesForEachCommandAndFits80Columns)
 {
     for (const std::vector<std::string> &arguments :
-         {std::vector<std::string>{"--help"}, {"run", "--help"}}) {
+         {std::vector<std::string>{"--help"}, {"run", "--help"}, {"card", "--help"}}) {
         const Outcome outcome = run(arguments);
         EXPECT_EQ(outcome.exit_code, 0);
         EXPECT_NE(outcome.out.find("Examples:"), std::string::npos);

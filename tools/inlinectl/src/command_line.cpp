@@ -9,6 +9,7 @@
 #include <CLI/CLI.hpp>
 
 #include "audit_command.h"
+#include "card_command.h"
 #include "exit_code.h"
 #include "nearest_name.h"
 #include "run_command.h"
@@ -26,7 +27,7 @@ constexpr const char *examples =
 
 std::vector<Command> all_commands()
 {
-    return {run_command(), audit_command()};
+    return {run_command(), card_command(), audit_command()};
 }
 
 // A command and its place in the parser.

@@ -5,5 +5,6 @@ namespace inlinectl {
 
 void watch_interrupts(); // the second signal ends the process at once
 bool interrupted();
+int interrupt_descriptor(); // readable from the first signal on
 
 } // namespace inlinectl

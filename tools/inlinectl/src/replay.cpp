@@ -13,8 +13,9 @@ constexpr uint64_t packets_between_looks = 4096;
 
 class Replay {
 public:
-    Replay(vlc::VirtualLineCard &card, services::TrafficMeter &meter, Progress &progress)
-        : card_(card), meter_(meter), progress_(progress), plane_(card.nps(), card.config())
+    Replay(vlc::VirtualLineCard &card, CardSession &session, services::TrafficMeter &meter,
+           Progress &progress)
+        : card_(card), session_(session), meter_(meter), progress_(progress)
     {
     }
 
@@ -24,18 +25,18 @@ public:
         vlc::CapturedPacket packet{};
         while (!interrupted() && reader.next(&packet)) {
             count_before(packet.wire_length);
-            plane_.process(packet);
-            if (plane_.totals().packets % packets_between_looks != 0)
+            ++packets_;
+            if (!card_.access().process(packet) && !session_.wait_for_card())
+                throw vlc::StateError("the card went away and did not come back");
+            if (packets_ % packets_between_looks != 0)
                 continue;
             card_.events().run_until_idle();
             progress_.show("replaying",
                            (static_cast<double>(place) + reader.progress()) /
                                static_cast<double>(captures),
-                           plane_.totals().packets, "packets");
+                           packets_, "packets");
         }
     }
-
-    const vlc::DataPlaneTotals &totals() const { return plane_.totals(); }
 
 private:
     // The meter's sums are 32 bits: no more than they hold may come between two passes.
@@ -43,6 +44,7 @@ private:
     {
         constexpr uint64_t highest = std::numeric_limits<uint32_t>::max();
         if (uncounted_bytes_ + bytes > highest || uncounted_packets_ == highest) {
+            card_.access().settle(); // what was given to the card has been counted there
             meter_.collect();
             uncounted_bytes_ = 0;
             uncounted_packets_ = 0;
@@ -52,29 +54,31 @@ private:
     }
 
     vlc::VirtualLineCard &card_;
+    CardSession &session_;
     services::TrafficMeter &meter_;
     Progress &progress_;
-    vlc::DataPlane plane_;
+    uint64_t packets_ = 0;
     uint64_t uncounted_bytes_ = 0;
     uint64_t uncounted_packets_ = 0;
 };
 
 } // namespace
 
-Replayed replay(vlc::VirtualLineCard &card, services::TrafficMeter &meter,
+Replayed replay(vlc::VirtualLineCard &card, CardSession &session, services::TrafficMeter &meter,
                 const std::vector<std::filesystem::path> &captures, Progress &progress)
 {
     Replayed outcome;
-    Replay replaying(card, meter, progress);
+    Replay replaying(card, session, meter, progress);
     try {
         for (size_t place = 0; place < captures.size(); ++place)
             replaying.run(captures[place], place, captures.size());
-    } catch (const vlc::StateError &changed_since_the_scan) {
-        outcome.failure = changed_since_the_scan.what();
+    } catch (const vlc::StateError &cut_short) {
+        outcome.failure = cut_short.what();
     }
+    outcome.traffic = card.access().traffic();
+    session.let_everything_arrive();
     meter.collect();
     progress.clear();
-    outcome.traffic = replaying.totals();
     return outcome;
 }
 

@@ -94,6 +94,15 @@ ordered_json requests_json(const RunReport &report)
     return list;
 }
 
+ordered_json answers_json(const vlc::PrmLedger::Sums &requests)
+{
+    return {{"never_answered", requests.unanswered},
+            {"in_doubt", requests.in_doubt},
+            {"to_nothing_asked", requests.unasked},
+            {"connection_breaks", requests.breaks},
+            {"in_flight_at_breaks", requests.in_flight_at_breaks}};
+}
+
 ordered_json failures_json(const HardwareFailures &failures)
 {
     ordered_json late = ordered_json::array();
@@ -126,6 +135,7 @@ void write_json(std::ostream &out, const RunReport &report)
         {"settlement", {{"done", report.settlement.done}, {"left", report.settlement.left}}},
         {"entries", {{"found", entries.found}, {"new", entries.made}}},
         {"requests", requests_json(report)},
+        {"answers", answers_json(report.requests)},
         {"replayed", traffic_json(report)},
         {"destinations", entries_json(report.destinations)},
         {"addresses", entries_json(report.addresses)},

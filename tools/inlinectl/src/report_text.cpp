@@ -51,6 +51,7 @@ public:
         write_ranking("Destinations", "destination", report_.destinations, shown_destinations);
         write_ranking("Addresses", "address", report_.addresses, shown_addresses);
         write_sums();
+        write_answers();
         write_failures();
         if (report_.faults) {
             out_ << "\n";
@@ -221,6 +222,27 @@ private:
                 out_ << gap << right(sum.bytes, widths.bytes.size());
             out_ << "\n";
         }
+    }
+
+    // ---- requests that came to another end than one answer each
+
+    void write_answers()
+    {
+        const vlc::PrmLedger::Sums &requests = report_.requests;
+        if (requests.is_clean())
+            return;
+        const std::pair<const char *, uint64_t> lines[] = {
+            {"never answered", requests.unanswered},
+            {"sent into a connection that broke", requests.in_doubt},
+            {"in flight when a connection broke", requests.in_flight_at_breaks},
+            {"answers to nothing asked in this run", requests.unasked},
+        };
+        out_ << "\n"
+             << style_.bold("Requests and answers, " +
+                            counted(requests.breaks, "broken connection", "broken connections"))
+             << "\n";
+        for (const auto &[what, times] : lines)
+            out_ << "  " << left(what, 36) << "  " << right(grouped(times), 7) << "\n";
     }
 
     // ---- failures

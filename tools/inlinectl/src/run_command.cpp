@@ -1,7 +1,6 @@
 #include "run_command.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <iostream>
 #include <iterator>
@@ -9,7 +8,9 @@
 #include <optional>
 
 #include "capture_scan.h"
+#include "card_choice.h"
 #include "card_hardware.h"
+#include "card_session.h"
 #include "evidence.h"
 #include "exit_code.h"
 #include "interrupt.h"
@@ -33,13 +34,6 @@
 namespace inlinectl {
 namespace {
 
-std::string card_text(const vlc::CardConfig &card)
-{
-    std::array<char, 16> type{};
-    std::snprintf(type.data(), type.size(), "0x%X", card.card_type);
-    return counted(card.num_nps, "NP", "NPs") + ", type " + type.data();
-}
-
 // Everything that a run reads, read before anything is made.
 struct RunInput {
     vlc::CardConfig card;
@@ -47,49 +41,41 @@ struct RunInput {
     std::optional<vlc::FaultPlan> faults;
 };
 
-// A state goes on as the card that it was made for.
-vlc::CardConfig card_of(const RunOptions &options)
-{
-    std::optional<vlc::CardConfig> stored;
-    if (options.state_directory)
-        stored = vlc::stored_card(*options.state_directory);
-    if (stored && !options.card_file && !options.num_nps)
-        return *stored;
-    vlc::CardConfig card = options.card_file ? vlc::load_card_file(*options.card_file)
-                                             : stored.value_or(vlc::CardConfig{});
-    if (options.num_nps)
-        card.num_nps = *options.num_nps;
-    if (stored && (card.num_nps != stored->num_nps || card.card_type != stored->card_type))
-        throw UsageError(options.state_directory->string() + ": was made for a card of " +
-                         card_text(*stored) + ", not of " + card_text(card) +
-                         "; without --card and --nps it goes on as it is");
-    return card;
-}
-
 RunInput read_input(const RunOptions &options, Progress &progress)
 {
     RunInput input;
-    input.card = card_of(options);
+    input.card = options.card_socket ? card_at_socket(options.card, *options.card_socket)
+                                     : card_of_state(options.card, options.state_directory);
     if (options.scenario_file)
         input.wanted = load_scenario(*options.scenario_file);
     if (options.fault_file)
         input.faults = vlc::load_fault_plan(*options.fault_file);
+    if (input.faults && options.card_socket)
+        vlc::require_side(*input.faults, vlc::FaultSide::host);
     CaptureScan scan = scan_captures(options.captures, progress);
     if (!options.scenario_file)
         input.wanted = std::move(scan.destinations);
     return input;
 }
 
-services::HostHandles handles_of(vlc::VirtualLineCard &card)
+services::HostHandles handles_of(vlc::VirtualLineCard &card, CardSession &session)
 {
-    return {
-        .event_manager = card.events().handle(),
-        .window_id = card.window_id(),
-        .num_nps = card.config().num_nps,
-        .root = static_cast<shadow_db *>(card.window().root()),
-        .publish_root = [&card](shadow_db *root) { card.window().set_root(root); },
-        .run_until =
-            [&card](const std::function<bool()> &done) { return card.events().run_until(done); }};
+    return {.event_manager = card.events().handle(),
+            .window_id = card.window_id(),
+            .num_nps = card.config().num_nps,
+            .root = static_cast<shadow_db *>(card.window().root()),
+            .publish_root = [&card](shadow_db *root) { card.window().set_root(root); },
+            .run_until =
+                [&session](const std::function<bool()> &done) { return session.run_until(done); }};
+}
+
+std::unique_ptr<vlc::VirtualLineCard> card_of(const RunOptions &options, const RunInput &input,
+                                              const std::filesystem::path &state_directory)
+{
+    if (options.card_socket)
+        return std::make_unique<vlc::VirtualLineCard>(vlc::CardAtSocket{*options.card_socket},
+                                                      state_directory);
+    return std::make_unique<vlc::VirtualLineCard>(input.card, state_directory);
 }
 
 // Nothing without a plan.
@@ -100,7 +86,8 @@ std::unique_ptr<vlc::Faults> attached_faults(const std::optional<vlc::FaultPlan>
         return nullptr;
     auto faults = std::make_unique<vlc::Faults>(*plan);
     faults->attach_host();
-    faults->attach_card(card.prm(), card.events());
+    if (!card.is_distant())
+        faults->attach_card(card.prm(), card.events());
     return faults;
 }
 
@@ -108,9 +95,10 @@ class Run {
 public:
     Run(const RunOptions &options, const RunInput &input, Progress &progress,
         const std::filesystem::path &state_directory)
-        : options_(options), input_(input), progress_(progress), card_(input.card, state_directory),
-          faults_(attached_faults(input.faults, card_)), host_(handles_of(card_)),
-          evidence_(options.state_directory)
+        : options_(options), input_(input), progress_(progress),
+          owned_card_(card_of(options, input, state_directory)), card_(*owned_card_),
+          session_(card_), faults_(attached_faults(input.faults, card_)),
+          host_(handles_of(card_, session_)), evidence_(options.state_directory)
     {
         card_.on_failed_answer(
             [this](const prm_async_response &answer) { evidence_.notice(answer); });
@@ -142,7 +130,7 @@ private:
     // Lets every answer that is ready reach the library, and takes in what it logged of them.
     void settle()
     {
-        card_.events().run_until_idle();
+        session_.let_everything_arrive();
         report_.failures.look();
         evidence_.write(host_.root(), card_.access());
     }
@@ -190,8 +178,11 @@ private:
 
     void replay_captures()
     {
-        Replayed replayed = replay(card_, *meter_, options_.captures, progress_);
-        report_.traffic = std::move(replayed.traffic);
+        Replayed replayed = replay(card_, session_, *meter_, options_.captures, progress_);
+        report_.traffic = std::move(replayed.traffic.totals);
+        if (const uint64_t lost = replayed.traffic.undelivered; lost > 0)
+            report_.problems.push_back(counted(lost, "packet", "packets") +
+                                       " did not reach the card, or nobody knows whether");
         if (!replayed.failure.empty())
             report_.problems.push_back(std::move(replayed.failure));
     }
@@ -203,7 +194,7 @@ private:
                                                                : report_.addresses)
                 .push_back(entry);
         rank_entries(report_);
-        report_.requests = card_.prm().totals();
+        report_.requests = card_.ledger().sums();
         report_.interrupted = interrupted();
         report_.evidence = evidence_.bundle();
         report_.faults = faults();
@@ -212,6 +203,10 @@ private:
         if (const uint64_t failed = report_.failures.count(); failed > 0)
             report_.problems.push_back(
                 counted(failed, "request to the hardware", "requests to the hardware") + " failed");
+        for (std::string &problem : request_problems(report_))
+            report_.problems.push_back(std::move(problem));
+        if (!card_.why_given_up().empty())
+            report_.problems.push_back(card_.why_given_up());
         if (const uint64_t missed = report_.failures.missed_messages(); missed > 0)
             report_.problems.push_back(counted(missed, "message", "messages") +
                                        " of the library could not be read in time");
@@ -224,7 +219,9 @@ private:
     const RunOptions &options_;
     const RunInput &input_;
     Progress &progress_;
-    vlc::VirtualLineCard card_;
+    std::unique_ptr<vlc::VirtualLineCard> owned_card_;
+    vlc::VirtualLineCard &card_;
+    CardSession session_;
     std::unique_ptr<vlc::Faults> faults_;
     services::ServiceHost host_;
     Evidence evidence_;

@@ -19,6 +19,8 @@ constexpr const char *examples =
     "    inlinectl run --scenario entries.toml --pcap capture.pcap --json\n"
     "  Lose and delay some of the hardware's answers:\n"
     "    inlinectl run --pcap capture.pcap --fault faults/answers.toml\n"
+    "  On a card that runs by itself, see 'inlinectl card --help':\n"
+    "    inlinectl run --connect /tmp/card.sock --state host --pcap capture.pcap\n"
     "\n"
     "A scenario file lists entries, each as\n"
     "  [[entry]]\n"
@@ -42,10 +44,12 @@ void declare_run_options(CLI::App &run, RunOptions &options)
     run.add_option("--scenario", options.scenario_file,
                    "Entries to program instead of the captures' own")
         ->type_name("FILE");
-    run.add_option("--card", options.card_file, "Card file (TOML)")->type_name("FILE");
-    run.add_option("--nps", options.num_nps, "Number of network processors, 1 to 8")
+    run.add_option("--card", options.card.card_file, "Card file (TOML)")->type_name("FILE");
+    run.add_option("--nps", options.card.num_nps, "Number of network processors, 1 to 8")
         ->type_name("N")
         ->check(CLI::Range(1, 8).description(""));
+    run.add_option("--connect", options.card_socket, "Be the host of the card that listens here")
+        ->type_name("SOCKET");
     run.add_option("--state", options.state_directory,
                    "Keep the card here, or go on with the one here")
         ->type_name("DIR");

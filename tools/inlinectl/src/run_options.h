@@ -1,10 +1,11 @@
 // What `inlinectl run` was asked for.
 #pragma once
 
-#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <vector>
+
+#include "card_choice.h"
 
 namespace CLI {
 class App;
@@ -13,11 +14,11 @@ class App;
 namespace inlinectl {
 
 struct RunOptions {
-    std::optional<std::filesystem::path> card_file;
+    CardChoice card;
+    std::optional<std::filesystem::path> card_socket; // of a card in a process of its own
     std::optional<std::filesystem::path> scenario_file;
     std::optional<std::filesystem::path> state_directory;
     std::optional<std::filesystem::path> fault_file;
-    std::optional<uint16_t> num_nps; // instead of the card's own number
     std::vector<std::filesystem::path> captures;
     bool json = false;
     bool quiet = false;

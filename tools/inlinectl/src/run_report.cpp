@@ -102,6 +102,16 @@ std::vector<std::string> counting_problems(const RunReport &report)
     return problems;
 }
 
+std::vector<std::string> request_problems(const RunReport &report)
+{
+    std::vector<std::string> problems;
+    if (const uint64_t requests = report.requests.unanswered; requests > 0)
+        problems.push_back(
+            counted(requests, "request to the hardware was", "requests to the hardware were") +
+            " never answered");
+    return problems;
+}
+
 bool shares_counters(const vlc::CardConfig &card)
 {
     return vlc::takes_counters_unswapped(card.card_type);

@@ -15,7 +15,7 @@
 #include "traffic_meter.h"
 #include "vlc/card_config.h"
 #include "vlc/data_plane.h"
-#include "vlc/prm.h"
+#include "vlc/prm_ledger.h"
 
 namespace inlinectl {
 
@@ -26,7 +26,7 @@ struct RunReport {
     std::vector<services::MeterEntry> addresses;
     size_t captures = 0;
     vlc::DataPlaneTotals traffic;
-    vlc::Prm::Totals requests{};
+    vlc::PrmLedger::Sums requests{};
     HardwareFailures failures;
     std::optional<std::filesystem::path> evidence; // of the first late failure, with --state
     std::optional<FaultReport> faults;             // with a plan
@@ -69,6 +69,9 @@ uint64_t uncounted_hits(const RunReport &report); // of rows that name no counte
 
 // One line for each way in which the entries' counts are short of the traffic.
 std::vector<std::string> counting_problems(const RunReport &report);
+
+// One line for what was asked of the hardware and came to no end.
+std::vector<std::string> request_problems(const RunReport &report);
 
 // Whether the card's NPs read a counter's upper three bytes alone, so that entries share counters.
 bool shares_counters(const vlc::CardConfig &card);

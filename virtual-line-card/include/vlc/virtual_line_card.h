@@ -43,7 +43,8 @@ public:
     Prm &prm();
     RunningCard &access();            // its hardware, for looking and for packets
     const PrmLedger &ledger() const;  // of the requests of this process
-    bool card_is_away() const;        // in another process, and its connection is broken
+    bool is_distant() const;          // in another process
+    bool card_is_away() const;        // and its connection is broken
     std::string why_given_up() const; // why it is not looked for any more; empty while it is
     // Sees each answer of a request that was not carried out, when the library reads it.
     void on_failed_answer(std::function<void(const prm_async_response &)> listener);

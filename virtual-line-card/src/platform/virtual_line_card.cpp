@@ -9,6 +9,7 @@
 #include "prm_client.h"
 #include "remote_card.h"
 #include "socket_prm.h"
+#include "taken_back_on_failure.h"
 #include "vlc/hardware.h"
 #include "vlc/state_directory.h"
 #include "vlc/state_error.h"
@@ -20,21 +21,6 @@ namespace {
 constexpr uint32_t only_window = 1;
 
 VirtualLineCard *living_card = nullptr;
-
-// What a failed start made goes again.
-class TakenBackOnFailure {
-public:
-    explicit TakenBackOnFailure(StateDirectory &directory) : directory_(directory)
-    {
-        directory_.start_over();
-    }
-    ~TakenBackOnFailure() { directory_.take_back(); } // nothing once the directory is complete
-    TakenBackOnFailure(const TakenBackOnFailure &) = delete;
-    TakenBackOnFailure &operator=(const TakenBackOnFailure &) = delete;
-
-private:
-    StateDirectory &directory_;
-};
 
 // The hardware of this process.
 struct OwnCard {
@@ -208,6 +194,11 @@ RunningCard &VirtualLineCard::access()
 const PrmLedger &VirtualLineCard::ledger() const
 {
     return state_->client.ledger();
+}
+
+bool VirtualLineCard::is_distant() const
+{
+    return state_->distant != nullptr;
 }
 
 bool VirtualLineCard::card_is_away() const
