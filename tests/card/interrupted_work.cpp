@@ -68,18 +68,18 @@ Work work_of(const char *name, std::vector<KnownEntry> before, std::vector<Known
     return {name, std::move(before), after, [after] { bring(after); }};
 }
 
-Work clear_work()
+Work clear_work(uint16_t key)
 {
     std::vector<KnownEntry> before;
     std::vector<KnownEntry> after;
     for (const KnownEntry &entry : prepared) {
-        if (entry.main_key == 1) {
+        if (entry.main_key == key) {
             before.push_back(entry);
             after.push_back(changed(entry, ""));
         }
     }
-    return {"clear", before, after, [] {
-                Batch batch(1);
+    return {"clear", before, after, [key] {
+                Batch batch(key);
                 batch->action = INLINE_SVC_BATCH_DELETE_ALL;
                 EXPECT_EQ(inline_svc_shadow_db_insert_action_array(batch.get()), 0u);
             }};
@@ -97,11 +97,22 @@ void expect_counted_once(const shmem_node &node, bool modified, const std::strin
     }
 }
 
+// Where the counter's number travels in the result, no NP gets the service's own bytes.
+std::string travelling(std::string result, const KnownEntry &entry)
+{
+    const bool counted = entry.table == ext_conf || entry.hw_index != SHADOW_DB_NO_HW_INDEX;
+    for (size_t i = 1; counted && i < std::min<size_t>(4, result.size()); ++i)
+        result[i] = '#';
+    return result;
+}
+
 void expect_one_of(const KnownEntry &before, const KnownEntry &after)
 {
     const shmem_node *node = node_of(before);
     const std::string result = result_of(node);
-    EXPECT_TRUE(result == before.result || result == after.result)
+    const std::string told = travelling(result, before);
+    EXPECT_TRUE(told == travelling(before.result, before) ||
+                told == travelling(after.result, after))
         << "entry " << before.id << " holds '" << result << "'";
     if (node != nullptr)
         expect_counted_once(*node, !before.result.empty() && result == after.result, before.key);
@@ -136,7 +147,19 @@ std::vector<Work> all_works()
                 {changed(p[0], "0-better-one"), changed(p[1], "0-better"), changed(p[2], "new")}),
         work_of("remove", {p[0], p[2], p[4]},
                 {changed(p[0], ""), changed(p[2], ""), changed(p[4], "")}),
-        clear_work(),
+        clear_work(1),
+    };
+}
+
+std::vector<Work> works_on_one_entry()
+{
+    const KnownEntry six{3, 6, service_config, "six", "0-result-6"};
+    const KnownEntry &one = prepared[0];
+    return {
+        work_of("create", {changed(six, "")}, {six}),
+        work_of("modify", {one}, {changed(one, "0-better-and-much-longer-than-it-was-before")}),
+        work_of("remove", {one}, {changed(one, "")}),
+        clear_work(2),
     };
 }
 

@@ -30,6 +30,7 @@ struct Work {
 };
 
 std::vector<Work> all_works();
+std::vector<Work> works_on_one_entry(); // the same, each on a single entry
 
 // Programs the entries that every work begins with. The host ends in peace.
 void prepare_work(const CardSpec &spec, const std::filesystem::path &directory);
