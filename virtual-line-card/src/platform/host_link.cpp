@@ -60,13 +60,10 @@ void HostLink::take(const Frame &announcement)
     tell(event);
 }
 
-// Posted, so that the events keep their order, and that whoever asked has noted what became of it.
 void HostLink::tell(PrmEvent event)
 {
-    events_.post([this, event] {
-        if (on_event)
-            on_event(event);
-    });
+    if (on_event)
+        on_event(event);
 }
 
 void HostLink::notice_break()

@@ -27,8 +27,10 @@ public:
     // Why the card that is away is not looked for any more; empty while it is, or is here.
     const std::string &given_up() const { return given_up_; }
 
-    std::function<void(PrmEvent)> on_event;          // never from inside ask()
-    std::function<void(uint32_t handle)> on_answers; // behind the reply of ask()
+    // Called when it is heard, which may be behind the reply of ask(): they post what is to come
+    // of it.
+    std::function<void(PrmEvent)> on_event;
+    std::function<void(uint32_t handle)> on_answers;
 
 private:
     void watch();

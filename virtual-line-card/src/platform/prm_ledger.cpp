@@ -19,6 +19,7 @@ void PrmLedger::note_request(const prm_config_record &record, bool in_doubt)
     Open &open = open_[{record.np, record.refnum, text_of(record.key, key_bytes)}];
     ++(in_doubt ? open.in_doubt : open.taken);
     ++(in_doubt ? sums_.in_doubt : sums_.unanswered);
+    sums_.in_flight_at_breaks += in_doubt ? 1 : 0; // the break was noted while it was asked
     const uint32_t table = record.refnum & PRM_REFNUM_TABLE_MASK;
     const uint32_t operation = record.refnum >> PRM_REFNUM_OP_SHIFT;
     if (!in_doubt && table < table_kinds && operation < std::size(sums_.requests[0]))

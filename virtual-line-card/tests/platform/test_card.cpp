@@ -34,16 +34,21 @@ CardTest::CardTest(Deployment deployment)
 {
     vlc::CardClock::set_mode(vlc::ClockMode::stepped);
     if (deployment == Deployment::split)
-        thread_.emplace(small_card(), directory_.path() / "card", directory_.path() / "socket");
+        start_card();
     start_process();
+}
+
+void CardTest::start_card()
+{
+    thread_ = std::make_unique<CardThread>(small_card(), card_directory(), socket());
 }
 
 void CardTest::start_process()
 {
     if (thread_)
-        card_.emplace(vlc::CardAtSocket{thread_->socket()}, directory_.path() / "host");
+        card_.emplace(vlc::CardAtSocket{socket()}, host_directory());
     else
-        card_.emplace(small_card(), directory_.path() / "card");
+        card_.emplace(small_card(), card_directory());
 }
 
 vlc::NpStore &CardTest::nps()

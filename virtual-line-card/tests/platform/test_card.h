@@ -80,7 +80,13 @@ protected:
     vlc::Prm &prm() { return card_->prm(); } // when embedded
     PrmControl prm_control();
     CardThread &thread() { return *thread_; } // when split
-    void restart_process();                   // the host goes and comes again on the same directory
+    std::filesystem::path socket() const { return directory_.path() / "socket"; }
+    std::filesystem::path card_directory() const { return directory_.path() / "card"; }
+    std::filesystem::path host_directory() const { return directory_.path() / "host"; }
+    void end_card() { thread_.reset(); }
+    void start_card();
+    void end_host() { card_.reset(); }
+    void restart_process(); // the host goes and comes again on the same directory
 
     // Runs everything up to this instant of the card's clock.
     void run_for(vlc::CardClock::duration time);
@@ -89,7 +95,7 @@ private:
     void start_process();
 
     ScratchDirectory directory_;
-    std::optional<CardThread> thread_;
+    std::unique_ptr<CardThread> thread_;
     std::optional<vlc::VirtualLineCard> card_;
 };
 
