@@ -15,6 +15,7 @@ inline constexpr char metered_card_directory[] = "/tmp/card";
 class MeteredCard {
 public:
     explicit MeteredCard(uint32_t card_type, uint16_t num_nps = 4);
+    explicit MeteredCard(std::unique_ptr<vlc::VirtualLineCard> on);
 
     services::TrafficMeter::Programmed program(const std::vector<services::Destination> &wanted);
 
