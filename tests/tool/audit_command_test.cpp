@@ -1,4 +1,5 @@
 // inlinectl audit, and what inlinectl run settles, on state directories that were put in disorder.
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -198,7 +199,79 @@ TEST_F(AuditCommand, RefusesAHostOfAnotherCard)
         inlinectl({"run", "--nps", "4", "--state", "/tmp/other", "--pcap", capture}).exit_code, 0);
     const Outcome outcome = inlinectl({"audit", "--state", state, "--card-state", "/tmp/other"});
     EXPECT_EQ(outcome.exit_code, 2);
-    EXPECT_EQ(outcome.err, "inlinectl: /tmp/state: is the host of another card than /tmp/other\n");
+    EXPECT_EQ(outcome.err, "inlinectl: /tmp/state: is the host of another card\n");
+}
+
+// ---- a card in a process of its own
+
+class AuditOfTwoProcesses : public AuditCommand {
+protected:
+    static constexpr const char *host_state = "/tmp/host";
+    static constexpr const char *card_state = "/tmp/card";
+    static constexpr const char *socket = "/tmp/card.socket";
+
+    // With a card that runs, and a host that has run on it.
+    static void with_a_card(const std::function<void()> &look)
+    {
+        for (const char *directory : {host_state, card_state})
+            fs::remove_all(directory);
+        const auto while_it_runs = [&look](pid_t card) {
+            for (int i = 0; i < 1000 && !fs::exists(socket); ++i)
+                usleep(10000);
+            EXPECT_EQ(
+                inlinectl({"run", "--connect", socket, "--state", host_state, "--pcap", capture})
+                    .exit_code,
+                0);
+            look();
+            kill(card, SIGINT);
+        };
+        test::run_program({.program = INLINECTL,
+                           .arguments = {"card", "--listen", socket, "--state", card_state},
+                           .while_it_runs = while_it_runs});
+    }
+    static Outcome audit_with(std::vector<std::string> more)
+    {
+        more.insert(more.begin(), {"audit", "--state", host_state});
+        return inlinectl(std::move(more));
+    }
+};
+
+TEST_F(AuditOfTwoProcesses, ReadsTheCardThroughItsSocketOrItsDirectory)
+{
+    with_a_card([] {
+        for (const Outcome &outcome :
+             {audit_with({"--connect", socket}), audit_with({"--card-state", card_state})}) {
+            EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+            EXPECT_NE(outcome.out.find("NP 1                    2         1"), std::string::npos)
+                << outcome.out;
+        }
+    });
+}
+
+TEST_F(AuditOfTwoProcesses, NeedsToKnowWhereTheCardIs)
+{
+    with_a_card([] {
+        const Outcome outcome = audit_with({});
+        EXPECT_EQ(outcome.exit_code, 2);
+        EXPECT_EQ(outcome.err, "inlinectl: /tmp/host: is a host's alone; say where its card is "
+                               "with --card-state or --connect\n");
+    });
+}
+
+TEST_F(AuditOfTwoProcesses, TakesOneCardOnly)
+{
+    const Outcome outcome = audit_with({"--card-state", card_state, "--connect", socket});
+    EXPECT_EQ(outcome.exit_code, 2);
+    EXPECT_EQ(outcome.err,
+              "inlinectl: a card is read from --card-state or from --connect, not from both\n");
+}
+
+TEST_F(AuditOfTwoProcesses, SaysWhenNoCardListens)
+{
+    fs::remove(socket);
+    const Outcome outcome = inlinectl({"audit", "--state", state, "--connect", socket});
+    EXPECT_EQ(outcome.exit_code, 2);
+    EXPECT_EQ(outcome.err.rfind("inlinectl: /tmp/card.socket: ", 0), 0u) << outcome.err;
 }
 
 // ---- what cannot be read

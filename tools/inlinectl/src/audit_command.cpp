@@ -29,9 +29,7 @@ public:
     {
         const vlc::CardConfig &card = card_->config();
         if (card.num_nps != host_.card()->num_nps || card.card_type != host_.card()->card_type)
-            throw UsageError(options.state_directory->string() +
-                             ": is the host of another card than " +
-                             options.card_directory.value_or(*options.state_directory).string());
+            throw UsageError(options.state_directory->string() + ": is the host of another card");
     }
 
     const vlc::CardConfig &card() const { return card_->config(); }
@@ -62,11 +60,14 @@ private:
 
     std::unique_ptr<vlc::CardAccess> card_of(const AuditOptions &options) const
     {
+        if (options.card_socket)
+            return vlc::look_into_card(*options.card_socket);
         if (options.card_directory)
             return vlc::look_into_directory(*options.card_directory);
         if (host_.holdings() == vlc::Holdings::host)
             throw UsageError(host_.path().string() +
-                             ": is a host's alone; say where its card is with --card-state");
+                             ": is a host's alone; say where its card is with --card-state or "
+                             "--connect");
         return vlc::look_into_directory(host_.path());
     }
 

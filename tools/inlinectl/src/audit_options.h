@@ -13,6 +13,7 @@ namespace inlinectl {
 struct AuditOptions {
     std::optional<std::filesystem::path> state_directory; // the host's
     std::optional<std::filesystem::path> card_directory;  // the card's, where it is another
+    std::optional<std::filesystem::path> card_socket;     // of a card that runs
     bool json = false;
 };
 
