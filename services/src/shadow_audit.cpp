@@ -29,6 +29,17 @@ public:
     {
         return !words_.empty() && (words_[place / 32] & UINT32_C(0x80000000) >> place % 32) != 0;
     }
+    template <typename Visit>
+    void for_each_in_use(const Visit &visit) const
+    {
+        for (uint32_t word = 0; word < words_.size(); ++word) {
+            for (uint32_t place = word * 32; words_[word] != 0 && place < (word + 1) * 32;
+                 ++place) {
+                if (in_use(place))
+                    visit(place);
+            }
+        }
+    }
     uint64_t used() const
     {
         uint64_t sum = 0;
@@ -107,10 +118,10 @@ private:
             look_at_counter(np, entry, {"received", rx, region_.place_of_stored(rx)}, &counters);
             look_at_counter(np, entry, {"dropped", drop, region_.place_of(drop)}, &counters);
         }
-        for (uint32_t place = 0; place < region_.places(); ++place) {
-            if (counters.in_use(place) && !counters.held(place))
+        counters.for_each_in_use([&](uint32_t place) {
+            if (!counters.held(place))
                 say_leaked(np, region_.first + place);
-        }
+        });
     }
 
     struct HeldNumber {
