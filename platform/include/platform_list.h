@@ -2,7 +2,10 @@
  *
  * An element begins with its link, so the address of an element is the address of its link. A
  * record whose first 32 bytes are zero is a valid empty list. The three operation slots are
- * optional: where one is set, callers use it instead of the default operation of the same kind. */
+ * optional: where one is set, callers use it instead of the default operation of the same kind.
+ *
+ * Lists may lie in shared memory and outlive a process that is killed at any instruction: the
+ * forward chain, `first` and each `next`, is right at each of them. The rest may be behind it. */
 #ifndef PLATFORM_LIST_H
 #define PLATFORM_LIST_H
 
