@@ -273,6 +273,8 @@ int run(const RunOptions &options)
     watch_interrupts();
     try {
         return perform_run(options);
+    } catch (const vlc::CardGone &gone) { // a failure of the run, not of what it was given
+        throw std::runtime_error(gone.what());
     } catch (const vlc::StateError &unreadable) {
         throw UsageError(unreadable.what());
     }

@@ -12,8 +12,15 @@
 #include "vlc/data_plane.h"
 #include "vlc/np_store.h"
 #include "vlc/prm_store.h"
+#include "vlc/state_error.h"
 
 namespace vlc {
+
+// Thrown when the connection to a card in another process breaks during a look.
+class CardGone : public StateError {
+public:
+    using StateError::StateError;
+};
 
 // Looking changes nothing and takes no lock.
 class CardAccess {

@@ -21,7 +21,7 @@ Payload RemoteCard::look(FrameKind kind, Payload payload,
 {
     CardLink::Reply reply = ask_(kind, payload, on_part);
     if (!reply.arrived)
-        throw StateError(link_.path().string() + ": the connection to the card broke");
+        throw CardGone(link_.path().string() + ": the connection to the card broke");
     return std::move(reply.payload);
 }
 
