@@ -130,6 +130,7 @@ CardLink::Reply CardLink::ask(FrameKind kind, std::span<const uint8_t> payload,
             } else if (frame->sequence == sequence_ && frame->kind == FrameKind::reply) {
                 reply.arrived = true;
                 reply.payload = std::move(frame->payload);
+                take_announcements(); // read with the reply, so nobody will be told of them again
                 return reply;
             } else {
                 break; // no reply to what was asked: nothing that follows can be trusted
@@ -146,13 +147,21 @@ void CardLink::receive_announcements()
     ssize_t got = 0;
     while (is_open() && (got = socket_.receive_some(piece)) > 0)
         assembler_.feed(std::span(piece).first(static_cast<size_t>(got)));
+    take_announcements();
+    if (got < 0)
+        is_broken_ = true;
+}
+
+// Of what is read already; nothing else comes without being asked for.
+void CardLink::take_announcements()
+{
     while (std::optional<Frame> frame = assembler_.next()) {
         if (is_announcement(frame->kind))
             announcements_.push_back(std::move(*frame));
         else
-            got = -1;
+            is_broken_ = true;
     }
-    if (got < 0 || assembler_.is_broken())
+    if (assembler_.is_broken())
         is_broken_ = true;
 }
 

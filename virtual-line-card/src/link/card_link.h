@@ -48,6 +48,7 @@ public:
 private:
     bool send_all(const Payload &bytes, bool *any_sent);
     std::optional<Frame> next_frame();
+    void take_announcements();
     Attempt greet();
     Attempt fail(Attempt how, std::string why);
 

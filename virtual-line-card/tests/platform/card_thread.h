@@ -24,6 +24,7 @@ public:
     // To be looked at from the test's thread only while the card's has nothing to do.
     vlc::Hardware &hardware() { return *hardware_; }
     const vlc::CardServer &server() const { return *server_; }
+    vlc::EventManager &events() { return events_; } // the card's own
 
 private:
     std::filesystem::path socket_;
