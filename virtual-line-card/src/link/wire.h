@@ -32,7 +32,9 @@ public:
     WireWriter &text(std::string_view text)
     {
         number(static_cast<uint32_t>(text.size()));
-        payload_.insert(payload_.end(), text.begin(), text.end());
+        // Not by insert(), of which g++ 12 believes in optimised builds that it writes too far.
+        for (const char character : text)
+            payload_.push_back(static_cast<uint8_t>(character));
         return *this;
     }
     size_t size() const { return payload_.size(); }
