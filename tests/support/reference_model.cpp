@@ -53,17 +53,22 @@ void ReferenceModel::release()
 
 bool ReferenceModel::start_host()
 {
-    if (!has_root_ && !allocate())
+    const auto refused = [this] {
+        call(Service::cerr_strerror); // the host says why
         return false;
+    };
+    if (!has_root_ && !allocate())
+        return refused();
     has_root_ = true;
     call(Service::ed_init);
     if (!has_main_table_ && !allocate())
-        return false;
+        return refused();
     has_main_table_ = true;
     const auto forced_type = call(Service::platform_get_my_card_type);
     turns_round_ = rules_.counters_turned_round || forced_type; // an unknown type is turned round
     if (call(Service::prm_mgr_open))
-        return false;
+        return refused();
+    prm_state = SHADOW_DB_READY;
     connection_up();
     keeps_counters_ = true;
     return true;
@@ -78,6 +83,7 @@ void ReferenceModel::connection_up()
     call(Service::prm_stats_cl_pre_init);
     if (!keeps_counters_ && !make_bitmaps())
         throw ProcessEnd::exit_status_1;
+    conn_state = SHADOW_DB_READY;
     call(Service::prm_srh_delay_util_init);
     card.callback_waits = !card.answers.empty(); // they are announced anew
 }
@@ -97,7 +103,9 @@ void ReferenceModel::register_handle()
 bool ReferenceModel::make_bitmaps()
 {
     call(Service::prm_stats_cl_get_stateless_double_size); // said in the log
-    call(Service::prm_stats_cl_get_stateless_double_size);
+    const uint32_t size =
+        value_of(Service::prm_stats_cl_get_stateless_double_size, ModelCard::counter_count);
+    bitmap_places = 8 * (size / 32 * 32 + 32 + 8); // a count of counters taken for one of bytes
     bool all = true;
     counters_in_use.assign(rules_.nps, {});
     for (std::vector<bool> &bitmap : counters_in_use) {
@@ -114,6 +122,7 @@ bool ReferenceModel::make_bitmaps()
 void ReferenceModel::prm_goes_down()
 {
     card.up = false;
+    conn_state = 0;
     card.callback_waits = false; // answers stay, and are announced when it is up again
 }
 

@@ -99,7 +99,9 @@ public:
     ModelCard card;
     std::map<uint16_t, ModelEntry> entries;
     std::vector<std::vector<bool>> counters_in_use; // by NP and place; empty before registration
+    uint32_t bitmap_places = 0;                     // that the bitmaps in the window have room for
     uint64_t blocks = 0;                            // of the window, in use
+    uint16_t prm_state = 0, conn_state = 0;         // flags of the root
     std::array<bool, INLINE_SVC_APP_TYPES> has_stats_callback{};
 
 private:

@@ -1,5 +1,6 @@
 #include "state_comparison.h"
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 
@@ -22,6 +23,8 @@ public:
         }
         if (root_ == nullptr)
             return lines_;
+        expect("prm_state", model_.prm_state, root_->prm_state);
+        expect("conn_state", model_.conn_state, root_->conn_state);
         for (uint32_t np = 0; np < model_.counters_in_use.size(); ++np)
             compare_counters(np);
         for (uint32_t key = 0; root_->main_table != nullptr && key < SHADOW_DB_MAIN_SLOTS; ++key)
@@ -73,8 +76,8 @@ private:
         expect("np " + std::to_string(np) + " has a bitmap", !expected.empty(), words != nullptr);
         if (expected.empty() || words == nullptr)
             return;
-        // Behind the last that either says in use there is nothing, whatever the bitmap's size.
-        for (uint32_t place = 0; place < compared_counters; ++place) {
+        const size_t places = std::min<size_t>(expected.size(), model_.bitmap_places);
+        for (uint32_t place = 0; place < places; ++place) {
             const bool used = (words[place / 32] << place % 32 & 0x80000000) != 0;
             if (expected[place] != used)
                 expect("np " + std::to_string(np) + " counter " + std::to_string(place) + " in use",
@@ -147,9 +150,6 @@ private:
         }
         expect(what + "last word", uint64_t{0}, node.address->reserved_240);
     }
-
-    // Counters are taken from the lowest place on; no test comes this far.
-    static constexpr uint32_t compared_counters = 65536;
 
     const ReferenceModel &model_;
     const shadow_db *root_;

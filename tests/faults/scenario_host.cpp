@@ -1,0 +1,245 @@
+#include "scenario_host.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <optional>
+
+#include "inline_service_app.h"
+#include "inline_service_stat.h"
+#include "platform_prm.h"
+#include "service_error.h"
+
+namespace test {
+namespace {
+
+std::vector<StatReport> collected; // the services' callback has no context of its own
+
+void on_statistics(uint32_t key, uint32_t entry_id, uint32_t phase, uint32_t a, uint32_t b)
+{
+    collected.push_back({key, entry_id, phase, a, b});
+}
+
+// The stored entry of a key that has the id, found without a call of the library.
+shmem_node *stored_entry(const shadow_db &root, uint16_t key, uint32_t entry_id)
+{
+    const main_entry *main = root.main_table[key];
+    for (uint32_t table = 0; main != nullptr && table < SHADOW_DB_TABLES; ++table) {
+        for (list_link *link = main->table_array[table].first; link != nullptr; link = link->next) {
+            auto *node = static_cast<shmem_node *>(link->data);
+            if (node->app_node.entry_id == entry_id)
+                return node;
+        }
+    }
+    return nullptr;
+}
+
+// A service's batch; what the library copied for it is freed without any platform service, so that
+// a failing one does not leave it behind.
+class ScenarioBatch {
+public:
+    explicit ScenarioBatch(const Step &step)
+    {
+        batch_.uidb_index = step.key;
+        batch_.app_ID = step.key;
+        batch_.app_param = step.version;
+        batch_.entry_tag = static_cast<uint16_t>(step.version);
+    }
+    ~ScenarioBatch()
+    {
+        for (list_link *link = batch_.node_list.first; link != nullptr;) {
+            list_link *next = link->next;
+            free(link);
+            link = next;
+        }
+    }
+    ScenarioBatch(const ScenarioBatch &) = delete;
+    ScenarioBatch &operator=(const ScenarioBatch &) = delete;
+
+    bool create_list() { return inline_svc_list_create(&batch_.node_list) == 0; }
+    bool add(const EntryRequest &request, shmem_node *node)
+    {
+        app_node_element element = {};
+        app_node &content = element.app_node;
+        memcpy(content.key, request.key.data(), request.key.size());
+        memcpy(content.result, request.result.data(), request.result.size());
+        content.key_len = static_cast<uint32_t>(request.key.size());
+        content.result_len = static_cast<uint32_t>(request.result.size());
+        content.hw_index = request.hw_index;
+        content.entry_id = request.entry_id;
+        content.table_type = request.table;
+        content.action = request.action;
+        content.shmem_node = node;
+        ++batch_.num_node;
+        return inline_svc_app_node_insert(&batch_.node_list, element) == 0;
+    }
+    action_array *get() { return &batch_; }
+
+private:
+    action_array batch_{};
+};
+
+} // namespace
+
+vlc::CardConfig scenario_card(uint32_t card_type, uint16_t num_nps)
+{
+    vlc::CardConfig config;
+    config.card_type = card_type;
+    config.num_nps = num_nps;
+    config.service_config_capacity = 512;
+    config.ext_conf_capacity = 512;
+    config.window_bytes = uint64_t{1} << 20;
+    return config;
+}
+
+ModelCount traffic_on(uint32_t np, uint32_t place)
+{
+    const uint64_t packets = 1 + (place + np) % 7;
+    return {packets, packets * (64 + place)};
+}
+
+ScenarioHost::ScenarioHost(const vlc::CardConfig &config,
+                           const std::filesystem::path &state_directory)
+{
+    vlc::CardClock::set_mode(vlc::ClockMode::stepped);
+    card_ = std::make_unique<vlc::VirtualLineCard>(config, state_directory);
+}
+
+ScenarioHost::~ScenarioHost()
+{
+    pgbl_ptr = nullptr;
+    pshadow_db = nullptr;
+}
+
+StepResult ScenarioHost::carry_out(const Step &step)
+{
+    switch (step.kind) {
+    case StepKind::start_host:
+        return {start(), {}};
+    case StepKind::register_services:
+        return {register_services(), {}};
+    case StepKind::apply_batch:
+        return {apply(step), {}};
+    case StepKind::clear_key:
+        return {clear(step.key), {}};
+    case StepKind::pass_traffic:
+        pass_traffic();
+        return {};
+    case StepKind::collect_statistics:
+        return collect();
+    case StepKind::read_answers:
+        let_time_pass();
+        return {};
+    case StepKind::queue_delayed_answer:
+        queue_delayed_answer();
+        return {};
+    case StepKind::prm_goes_down:
+        card_->prm().go_down();
+        let_time_pass();
+        return {};
+    case StepKind::prm_comes_up:
+        card_->prm().come_up();
+        let_time_pass();
+        return {};
+    case StepKind::reset_window:
+        return {inline_svc_shared_mem_reset(), {}};
+    }
+    return {};
+}
+
+uint32_t ScenarioHost::start()
+{
+    for (int attempt = 1; attempt <= 2; ++attempt) {
+        const auto run_until = [this](const std::function<bool()> &done) {
+            return card_->events().run_until(done);
+        };
+        host_ = std::make_unique<services::ServiceHost>(services::HostHandles{
+            .event_manager = card_->events().handle(),
+            .window_id = card_->window_id(),
+            .num_nps = card_->config().num_nps,
+            .root = root(),
+            .publish_root = [this](shadow_db *made) { card_->window().set_root(made); },
+            .run_until = run_until});
+        try {
+            host_->start();
+            return 0;
+        } catch (const services::ServiceError &) {
+            continue;
+        }
+    }
+    return StepResult::host_not_started;
+}
+
+uint32_t ScenarioHost::register_services()
+{
+    for (const uint16_t type : types_with_callback) {
+        app_registration registration = {};
+        registration.app_type = type;
+        registration.stats_handler = on_statistics;
+        if (const uint32_t rc = inline_svc_app_register(&registration); rc != 0)
+            return rc;
+    }
+    return 0;
+}
+
+uint32_t ScenarioHost::apply(const Step &step)
+{
+    ScenarioBatch batch(step);
+    if (!batch.create_list())
+        return StepResult::batch_not_built;
+    for (const EntryRequest &request : step.requests) {
+        shmem_node *node = nullptr;
+        if (request.action != SHADOW_DB_CREATE) {
+            node = stored_entry(*root(), step.key, request.entry_id);
+            if (node == nullptr && step.missing == Missing::is_left_out)
+                continue;
+        }
+        if (!batch.add(request, node))
+            return StepResult::batch_not_built;
+    }
+    if (batch.get()->num_node == 0) // which would clear the key
+        return StepResult::nothing_to_do;
+    return inline_svc_shadow_db_insert_action_array(batch.get());
+}
+
+uint32_t ScenarioHost::clear(uint16_t key)
+{
+    action_array batch = {};
+    batch.uidb_index = key;
+    batch.action = INLINE_SVC_BATCH_DELETE_ALL;
+    return inline_svc_shadow_db_insert_action_array(&batch);
+}
+
+StepResult ScenarioHost::collect()
+{
+    collected.clear();
+    const uint32_t rc = inline_svc_stats_collection();
+    return {rc, collected};
+}
+
+void ScenarioHost::pass_traffic()
+{
+    for (uint32_t np = 0; np < card_->config().num_nps; ++np) {
+        for (uint32_t place = 0; place < places_with_traffic; ++place) {
+            const ModelCount count = traffic_on(np, place);
+            for (uint64_t i = 0; i < count.packets; ++i)
+                card_->nps()[np].counters().add(place,
+                                                static_cast<uint32_t>(count.bytes / count.packets));
+        }
+    }
+}
+
+void ScenarioHost::queue_delayed_answer()
+{
+    vlc::StoredAnswer answer{};
+    answer.refnum = PRM_OP_MODIFY << PRM_REFNUM_OP_SHIFT | PRM_REFNUM_DELAY_QUEUE;
+    card_->prm().queue_answer(
+        static_cast<uint32_t>(reinterpret_cast<uintptr_t>(root()->prm_srh_hdl)), answer);
+}
+
+void ScenarioHost::let_time_pass()
+{
+    vlc::CardClock::advance(std::chrono::seconds(1)); // a callback that read nothing is due again
+    card_->events().run_until_idle();
+}
+
+} // namespace test

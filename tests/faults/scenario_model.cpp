@@ -1,0 +1,96 @@
+#include "scenario_model.h"
+
+#include <cstring>
+
+#include "scenario_host.h"
+
+namespace test {
+
+StepResult ScenarioModel::carry_out(const Step &step)
+{
+    switch (step.kind) {
+    case StepKind::start_host:
+        return {start(), {}};
+    case StepKind::register_services:
+        for (const uint16_t type : types_with_callback)
+            model_.has_stats_callback[type] = true;
+        return {};
+    case StepKind::apply_batch:
+        return {apply(step), {}};
+    case StepKind::clear_key: {
+        ModelBatch batch;
+        batch.key = step.key;
+        batch.action = INLINE_SVC_BATCH_DELETE_ALL;
+        return {model_.apply(batch), {}};
+    }
+    case StepKind::pass_traffic:
+        pass_traffic();
+        return {};
+    case StepKind::collect_statistics:
+        return {0, model_.collect()};
+    case StepKind::read_answers:
+        model_.read_answers();
+        return {};
+    case StepKind::queue_delayed_answer:
+        model_.queue_delayed_answer();
+        return {};
+    case StepKind::prm_goes_down:
+        model_.prm_goes_down();
+        return {};
+    case StepKind::prm_comes_up:
+        model_.prm_comes_up();
+        model_.read_answers();
+        return {};
+    case StepKind::reset_window:
+        return {model_.reset_window(), {}};
+    }
+    return {};
+}
+
+uint32_t ScenarioModel::start()
+{
+    return model_.start_host() || model_.start_host() ? 0 : StepResult::host_not_started;
+}
+
+uint32_t ScenarioModel::apply(const Step &step)
+{
+    ModelBatch batch;
+    batch.key = step.key;
+    batch.app_ID = step.key;
+    batch.app_param = step.version;
+    batch.tag = static_cast<uint16_t>(step.version);
+    if (!model_.create_list())
+        return StepResult::batch_not_built;
+    for (const EntryRequest &entry : step.requests) {
+        ModelRequest request;
+        if (entry.action != SHADOW_DB_CREATE) {
+            request.node = model_.stored(step.key, entry.entry_id);
+            if (request.node == nullptr && step.missing == Missing::is_left_out)
+                continue;
+        }
+        app_node &content = request.content;
+        memcpy(content.key, entry.key.data(), entry.key.size());
+        memcpy(content.result, entry.result.data(), entry.result.size());
+        content.key_len = static_cast<uint32_t>(entry.key.size());
+        content.result_len = static_cast<uint32_t>(entry.result.size());
+        content.hw_index = entry.hw_index;
+        content.entry_id = entry.entry_id;
+        content.table_type = entry.table;
+        content.action = entry.action;
+        if (!model_.append_to_batch())
+            return StepResult::batch_not_built;
+        batch.requests.push_back(request);
+    }
+    batch.num_node = static_cast<uint32_t>(batch.requests.size());
+    return batch.num_node == 0 ? StepResult::nothing_to_do : model_.apply(batch);
+}
+
+void ScenarioModel::pass_traffic()
+{
+    for (uint32_t np = 0; np < model_.card.nps; ++np) {
+        for (uint32_t place = 0; place < places_with_traffic; ++place)
+            model_.card.count(np, place, traffic_on(np, place));
+    }
+}
+
+} // namespace test

@@ -1,0 +1,161 @@
+#include "swept_process.h"
+
+#include <algorithm>
+#include <sstream>
+
+#include "card_hardware.h"
+#include "platform_list.h"
+#include "predicted_audit.h"
+#include "state_comparison.h"
+
+namespace test {
+namespace {
+
+bool is_infallible(Service service)
+{
+    return std::ranges::any_of(infallible_services(), [service](const Infallible &infallible) {
+        return infallible.service == service;
+    });
+}
+
+Service service_of(const vlc::ServiceCall &call)
+{
+    // The names are literals of the card, so their addresses tell them apart at once.
+    static std::vector<std::pair<const char *, Service>> known;
+    for (const auto &[name, service] : known) {
+        if (name == call.service)
+            return service;
+    }
+    const std::optional<Service> service = service_named(call.service);
+    if (!service)
+        throw std::logic_error(std::string("unknown service ") + call.service);
+    known.emplace_back(call.service, *service);
+    return *service;
+}
+
+// Lines that only one side has.
+std::vector<std::string> only_in(std::vector<std::string> lines, std::vector<std::string> others)
+{
+    std::vector<std::string> left;
+    std::ranges::sort(lines);
+    std::ranges::sort(others);
+    std::ranges::set_difference(lines, others, std::back_inserter(left));
+    return left;
+}
+
+} // namespace
+
+SweptProcess::SweptProcess(uint32_t card_type, const std::filesystem::path &state_directory)
+    : unswapped_(card_type == unswapped_card), host_(scenario_card(card_type), state_directory),
+      model_({.nps = 2, .counters_turned_round = !unswapped_}),
+      tap_([this](const vlc::ServiceCall &call) { return on_call(call); })
+{
+    ReferenceModel &reference = model_.reference();
+    reference.set_rule([this, &reference](Service service, uint32_t) {
+        const uint64_t count = reference.calls()[static_cast<size_t>(service)];
+        return fault_ ? fault_->answer(service, count) : std::nullopt;
+    });
+}
+
+std::optional<uint64_t> SweptProcess::on_call(const vlc::ServiceCall &call)
+{
+    const Service service = service_of(call);
+    if (is_infallible(service))
+        return std::nullopt;
+    const uint64_t count = ++calls_[static_cast<size_t>(service)];
+    if (!fault_ && observer_)
+        observer_(service, count);
+    const std::optional<uint64_t> forced = fault_ ? fault_->answer(service, count) : std::nullopt;
+    if (forced && fault_->how().is_carried_out_all_the_same)
+        list_remove_default(reinterpret_cast<list_record *>(call.args[0]),
+                            reinterpret_cast<void *>(call.args[1]),
+                            reinterpret_cast<void *>(call.args[2]));
+    return forced;
+}
+
+bool SweptProcess::carry_out(const Step &step)
+{
+    step_ = &step;
+    const StepResult found = host_.carry_out(step);
+    try {
+        const StepResult expected = model_.carry_out(step);
+        if (!(found == expected)) {
+            std::ostringstream line;
+            line << "result: " << found << " instead of " << expected;
+            differences_.push_back(line.str());
+        }
+    } catch (const ProcessEnd &) {
+        differences_.push_back("the process goes on where it should have ended");
+        return false;
+    }
+    compare_calls();
+    if (step.kind == StepKind::apply_batch && host_.root() != nullptr)
+        learn_addresses(model_.reference(), *host_.root(), step.key);
+    return !found.ends_the_scenario();
+}
+
+std::optional<ProcessEnd> SweptProcess::end_inside_step()
+{
+    try {
+        model_.carry_out(*step_);
+    } catch (const ProcessEnd &end) {
+        compare_calls();
+        return end;
+    }
+    return std::nullopt;
+}
+
+void SweptProcess::compare_calls()
+{
+    for (size_t i = 0; i < service_count; ++i) {
+        const uint64_t expected = model_.reference().calls()[i];
+        if (calls_[i] != expected)
+            differences_.push_back("calls of " + std::string(service_names[i]) + ": " +
+                                   std::to_string(calls_[i]) + " instead of " +
+                                   std::to_string(expected));
+    }
+}
+
+void SweptProcess::compare_state()
+{
+    const std::vector<std::string> found =
+        test::differences(model_.reference(), host_.root(), host_.card());
+    differences_.insert(differences_.end(), found.begin(), found.end());
+    compare_audit();
+}
+
+void SweptProcess::compare_audit()
+{
+    const ReferenceModel &reference = model_.reference();
+    const inlinectl::CardHardware hardware(host_.card().access());
+    services::AuditInput input;
+    input.root = host_.root();
+    input.in_shared_memory = [this](const void *address, size_t bytes) {
+        const auto *first = static_cast<const std::byte *>(address);
+        return host_.card().window().contains(first) &&
+               host_.card().window().contains(first + bytes - 1);
+    };
+    input.counters_unswapped = unswapped_;
+    input.first_counter = ModelCard::first_counter;
+    // A bitmap that was made for a smaller region ends there, and behind it lies something else.
+    input.counter_count = std::min(ModelCard::counter_count, reference.bitmap_places - 32);
+    input.num_nps = reference.card.nps;
+    input.hardware = &hardware;
+    const services::AuditReport report = services::audit(input);
+    compare("finding ", predicted_findings(reference, unswapped_, input.counter_count),
+            lines_of(report.findings));
+    const std::vector<std::string> answers = lines_of(report.in_flight);
+    if (answers != predicted_answers(reference))
+        compare("unread answer ", predicted_answers(reference), answers);
+}
+
+void SweptProcess::compare(const std::string &what, const std::vector<std::string> &expected,
+                           const std::vector<std::string> &found)
+{
+    for (const std::string &line : only_in(expected, found))
+        differences_.push_back(what + "is missing: " + line);
+    for (const std::string &line : only_in(found, expected))
+        differences_.push_back(what + "is not predicted: " + line);
+}
+
+} // namespace test
