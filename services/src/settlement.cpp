@@ -113,9 +113,7 @@ private:
         }
         for (const StoredEntry &entry : entries_) {
             const app_node &content = entry.content.app_node;
-            const std::string name = std::to_string(content.table_type) +
-                                     std::string(content.key, content.key + content.key_len);
-            ++entries_with_key_[name];
+            ++entries_with_key_[name_of(content)];
             if (!differing.contains(entry.address) && content.action != SHADOW_DB_DELETE &&
                 content.shmem_node == entry.address && counters_stand_alike(entry.content))
                 continue;
@@ -125,11 +123,14 @@ private:
         rows_.read(*input_.hardware);
     }
 
+    static std::string name_of(const app_node &content)
+    {
+        return std::to_string(content.table_type) +
+               std::string(content.key, content.key + content.key_len);
+    }
     bool has_a_namesake(const app_node &content) const
     {
-        const auto place =
-            entries_with_key_.find(std::to_string(content.table_type) +
-                                   std::string(content.key, content.key + content.key_len));
+        const auto place = entries_with_key_.find(name_of(content));
         return place != entries_with_key_.end() && place->second > 1;
     }
 
@@ -206,6 +207,7 @@ private:
         main_entry &main = *input_.root->main_table[entry.main_key];
         const uint32_t table = node.app_node.table_type;
         words_.done("finished a delete", text_of(entry));
+        --entries_with_key_[name_of(node.app_node)];
         inline_svc_list_delete(&main.table_array[table], &node);
         node.app_node.shmem_node = nullptr;
         inline_svc_shared_mem_free(&node);

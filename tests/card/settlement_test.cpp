@@ -155,6 +155,16 @@ TEST_F(Settlement, GivesNoCounterBackThatAnotherEntryHoldsByNow)
     EXPECT_EQ(settled(), Texts{"finished a delete: entry 7 of key 1 (service config 736576656e)"});
 }
 
+TEST_F(Settlement, FinishesADeleteBesideANewEntryOfTheSameKey)
+{
+    eight->app_node.action = SHADOW_DB_DELETE;
+    store(1, 20, SHADOW_DB_EXT_CONF, "eight"); // the NPs keep the row of the earlier one
+    const Texts done = settled();
+    EXPECT_EQ(done[0], "finished a delete: entry 8 of key 1 (ext conf 6569676874)");
+    EXPECT_EQ(done[1], "brought a row to its entry's content: NP 0, entry 20 of key 1 (ext conf "
+                       "6569676874)");
+}
+
 TEST_F(Settlement, MendsWhatFollowsFromAList)
 {
     list_record &list = root->main_table[1]->table_array[SHADOW_DB_EXT_CONF];

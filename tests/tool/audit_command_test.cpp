@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 #include <sys/file.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "inline_service_shadowdb.h"
@@ -173,6 +174,33 @@ TEST_F(AuditCommand, LooksWhileAHostIsAliveAndTakesNoLock)
     ASSERT_EQ(flock(directory, LOCK_EX | LOCK_NB), 0); // as a live host holds it
     EXPECT_EQ(audit().exit_code, 0);
     close(directory);
+}
+
+TEST_F(AuditCommand, LooksWhileAHostIsAtWork)
+{
+    std::ofstream scenario("/tmp/entries.toml");
+    for (int port = 1; port <= 2000; ++port)
+        scenario << "[[entry]]\nprotocol = \"tcp\"\naddress = \"192.0.2.7\"\nport = " << port
+                 << "\n";
+    scenario.close();
+    int looks = 0;
+    const auto look_on = [&looks](pid_t host) {
+        siginfo_t ended{};
+        while (waitid(P_PID, static_cast<id_t>(host), &ended, WEXITED | WNOHANG | WNOWAIT) == 0 &&
+               ended.si_pid == 0) {
+            const Outcome outcome = audit();
+            EXPECT_TRUE(outcome.exit_code == 0 || outcome.exit_code == 1) << outcome.err;
+            ++looks;
+        }
+    };
+    const Outcome host = test::run_program(
+        {.program = INLINECTL,
+         .arguments = {"run", "--state", state, "--scenario", "/tmp/entries.toml", "--quiet"},
+         .while_it_runs = look_on});
+    EXPECT_EQ(host.exit_code, 0) << host.err;
+    EXPECT_GT(looks, 0);
+    EXPECT_EQ(audit().exit_code, 0);
+    EXPECT_EQ(report()["shadow_db"]["service_config"], 2002);
 }
 
 TEST_F(AuditCommand, SaysWhenTheReportDoesNotArrive)
