@@ -189,8 +189,9 @@ FaultRule FaultPlanFile::read_rule(const toml::table &table) const
     rule.line = table.source().begin.line;
     rule.column = table.source().begin.column;
     for (const auto &[key, value] : table) {
-        const auto field = std::find_if(fields().begin(), fields().end(),
-                                        [&](const Field &known) { return key == known.name; });
+        const auto field =
+            std::find_if(fields().begin(), fields().end(),
+                         [&name = key](const Field &known) { return name == known.name; });
         if (field == fields().end()) {
             std::vector<std::string_view> known;
             for (const Field &one : fields())
