@@ -163,9 +163,9 @@ std::vector<Work> works_on_one_entry()
     };
 }
 
-void prepare_work(const CardSpec &spec, const std::filesystem::path &directory)
+void prepare_work(const CardKind &kind, const std::filesystem::path &directory)
 {
-    KillableHost host(spec, directory);
+    KillableHost host(kind, directory);
     bring(prepared);
     host.run_events();
 }

@@ -33,7 +33,7 @@ std::vector<Work> all_works();
 std::vector<Work> works_on_one_entry(); // the same, each on a single entry
 
 // Programs the entries that every work begins with. The host ends in peace.
-void prepare_work(const CardSpec &spec, const std::filesystem::path &directory);
+void prepare_work(const CardKind &kind, const std::filesystem::path &directory);
 
 // In a started host after a kill: settles, and expects that the audit finds nothing, that another
 // settlement has nothing to do, that entries the work does not touch are as they were, and each of

@@ -31,19 +31,19 @@ bool is_debug_service(const std::string &service)
 
 } // namespace
 
-vlc::CardConfig config_of(const CardSpec &spec)
+vlc::CardConfig config_of(const CardKind &kind)
 {
     vlc::CardConfig config;
-    config.card_type = spec.card_type;
-    config.num_nps = spec.num_nps;
+    config.card_type = kind.card_type;
+    config.num_nps = kind.num_nps;
     config.service_config_capacity = 32;
     config.ext_conf_capacity = 32;
     config.window_bytes = uint64_t{1} << 20;
     return config;
 }
 
-KillableHost::KillableHost(const CardSpec &spec, const std::filesystem::path &directory)
-    : card(config_of(spec), directory), host(handles_of(card))
+KillableHost::KillableHost(const CardKind &kind, const std::filesystem::path &directory)
+    : card(config_of(kind), directory), host(handles_of(card))
 {
     host.start();
 }

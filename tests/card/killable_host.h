@@ -15,17 +15,17 @@
 
 namespace test {
 
-struct CardSpec {
+struct CardKind {
     uint32_t card_type;
     uint16_t num_nps;
 };
 
-vlc::CardConfig config_of(const CardSpec &spec);
+vlc::CardConfig config_of(const CardKind &kind);
 
 // A started host, for the life of a process.
 class KillableHost {
 public:
-    KillableHost(const CardSpec &spec, const std::filesystem::path &directory);
+    KillableHost(const CardKind &kind, const std::filesystem::path &directory);
 
     services::Settlement settle();
     services::AuditReport look(); // the audit's, as the host would ask for it

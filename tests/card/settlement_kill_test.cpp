@@ -21,7 +21,7 @@ constexpr uint64_t slow = 1;
 #endif
 
 struct Case {
-    CardSpec spec;
+    CardKind kind;
     size_t work;
 };
 
@@ -30,9 +30,9 @@ protected:
     KilledInItsWork() : work_(all_works()[GetParam().work])
     {
         fs::remove_all(prepared_directory);
-        EXPECT_EQ(live([this] { prepare_work(spec(), prepared_directory); }), 0);
+        EXPECT_EQ(live([this] { prepare_work(kind(), prepared_directory); }), 0);
     }
-    const CardSpec &spec() const { return GetParam().spec; }
+    const CardKind &kind() const { return GetParam().kind; }
 
     // The host's life that ends in its work. False when the work was done before its time came.
     bool dies_at(uint64_t nth)
@@ -40,7 +40,7 @@ protected:
         fs::remove_all(work_directory);
         fs::copy(prepared_directory, work_directory);
         const int end = live([this, nth] {
-            KillableHost host(spec(), work_directory);
+            KillableHost host(kind(), work_directory);
             die_at_call(nth);
             work_.perform();
         });
@@ -53,19 +53,19 @@ protected:
 
 TEST_P(KilledInItsWork, LeavesWhatASettlementMends)
 {
-    const uint64_t every = slow * (spec().num_nps > 2 ? 3 : 1);
+    const uint64_t every = slow * (kind().num_nps > 2 ? 3 : 1);
     uint64_t nth = 1;
     uint64_t points = 0;
     for (; dies_at(nth) && !HasFailure(); nth += every, ++points) {
         EXPECT_EQ(live([this] {
-                      KillableHost host(spec(), work_directory);
+                      KillableHost host(kind(), work_directory);
                       expect_settled(host, work_);
                   }),
                   0)
             << "killed before call " << nth;
     }
     std::printf("killed before %llu of the calls\n", static_cast<unsigned long long>(points));
-    EXPECT_GT(nth, 3u * spec().num_nps); // three entries, and a request for each to each NP
+    EXPECT_GT(nth, 3u * kind().num_nps); // three entries, and a request for each to each NP
 }
 
 using KilledInItsSettlement = KilledInItsWork;
@@ -79,13 +79,13 @@ TEST_P(KilledInItsSettlement, LeavesWhatAnotherMends)
         for (uint64_t call = 1; end == -SIGKILL; ++call, ++points) {
             EXPECT_TRUE(dies_at(nth));
             end = live([this, call] {
-                KillableHost host(spec(), work_directory);
+                KillableHost host(kind(), work_directory);
                 die_at_call(call);
                 host.settle();
             });
             ASSERT_TRUE(end == 0 || end == -SIGKILL) << end;
             ASSERT_EQ(live([this] {
-                          KillableHost host(spec(), work_directory);
+                          KillableHost host(kind(), work_directory);
                           expect_settled(host, work_);
                       }),
                       0)
@@ -110,9 +110,9 @@ std::vector<Case> cases_with(const std::vector<uint16_t> &numbers_of_nps)
 
 std::string name_of(const testing::TestParamInfo<Case> &given)
 {
-    const auto &[spec, work] = given.param;
-    return std::string(all_works()[work].name) + "On" + std::to_string(spec.num_nps) +
-           (spec.card_type == 0xD20001 ? "Swapped" : "Unswapped");
+    const auto &[kind, work] = given.param;
+    return std::string(all_works()[work].name) + "On" + std::to_string(kind.num_nps) +
+           (kind.card_type == 0xD20001 ? "Swapped" : "Unswapped");
 }
 
 INSTANTIATE_TEST_SUITE_P(Host, KilledInItsWork, testing::ValuesIn(cases_with({1, 2, 4})), name_of);

@@ -23,7 +23,7 @@ namespace fs = std::filesystem;
 
 constexpr char work_directory[] = "/tmp/card";
 constexpr char copy_directory[] = "/tmp/killed";
-constexpr CardSpec two_nps = {0xD20001, 2};
+constexpr CardKind two_nps = {0xD20001, 2};
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 constexpr uint64_t look_every = 50; // instructions are many more, and many of them not the host's
