@@ -81,6 +81,7 @@ CardLink::Attempt CardLink::greet()
                                              ") than before (" + before + ")");
     card_ = card;
     was_connected_ = true;
+    take_announcements();
     return Attempt::connected;
 }
 

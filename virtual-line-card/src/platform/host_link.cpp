@@ -8,6 +8,8 @@ HostLink::HostLink(CardLink &link, EventManager &events)
     : link_(link), events_(events), prm_is_up_(link.card().prm_is_up)
 {
     watch();
+    // What came right behind the greeting, once there is somebody to hear it.
+    events.post([this] { after_traffic(); });
 }
 
 HostLink::~HostLink()
@@ -96,6 +98,7 @@ void HostLink::look_for_the_card()
         ++announced_;
         if (prm_is_up_)
             tell(PrmEvent::connection_up);
+        after_traffic();
         return;
     case CardLink::Attempt::other_card:
         given_up_ = link_.why();

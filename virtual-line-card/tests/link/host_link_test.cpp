@@ -1,8 +1,11 @@
 // A host whose card goes away and comes back.
 #include <cerrno>
 #include <memory>
+#include <thread>
 
+#include "messages.h"
 #include "test_card.h"
+#include "unix_socket.h"
 #include "vlc/state_error.h"
 
 namespace {
@@ -165,6 +168,52 @@ TEST_F(AwayCards, LosePacketsThatAreCounted)
     const auto traffic = access.traffic();
     EXPECT_EQ(1u, traffic.totals.packets);
     EXPECT_EQ(2u, traffic.undelivered);
+}
+
+// A card of a single connection, that says what it is told to right behind its greeting.
+class TalkativeCard {
+public:
+    TalkativeCard(const std::filesystem::path &socket, const vlc::CardConfig &config)
+        : listening_(socket), thread_([this, config] { greet(config); })
+    {
+    }
+    ~TalkativeCard() { thread_.join(); }
+
+private:
+    void greet(const vlc::CardConfig &config)
+    {
+        do
+            peer_ = listening_.accept();
+        while (!peer_.is_open());
+        vlc::WireWriter hello;
+        vlc::put_greeting(hello);
+        vlc::put(hello, config);
+        hello.number(uint8_t{1});
+        vlc::Payload out;
+        vlc::append_frame(out, vlc::FrameKind::reply, 1, hello.take());
+        const auto event = static_cast<uint32_t>(vlc::PrmEvent::connection_down);
+        vlc::append_frame(out, vlc::FrameKind::prm_event, 0,
+                          vlc::WireWriter().number(event).take());
+        peer_.send_some(out);
+    }
+
+    vlc::ListeningSocket listening_;
+    vlc::UnixSocket peer_;
+    std::thread thread_;
+};
+
+TEST(NewConnections, HearWhatTheCardSaysRightBehindItsGreeting)
+{
+    const card_test::ScratchDirectory directory;
+    const auto socket = directory.path() / "socket";
+    TalkativeCard card(socket, card_test::small_card());
+    vlc::VirtualLineCard host(vlc::CardAtSocket{socket}, directory.path() / "host");
+    heard() = {};
+    void *connection = nullptr;
+    ASSERT_EQ(0u, prm_mgr_open(host.events().handle(), 0, "client", card_test::on_notification, 7,
+                               nullptr, &connection));
+    host.events().run_until_idle();
+    EXPECT_EQ((Notifications{"2.1", "2.2"}), heard().notifications);
 }
 
 } // namespace
