@@ -1,7 +1,7 @@
 // A running card whose shadow DB and hardware a test puts apart, and what the audit says then.
 #pragma once
 
-#include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,6 +36,7 @@ protected:
             restart_card(other);
         }
         bring_up();
+        hardware_ = std::make_unique<inlinectl::CardHardware>(card->access());
     }
 
     services::AuditInput input() const
@@ -46,7 +47,7 @@ protected:
                 .first_counter = vlc::CounterBank::first,
                 .counter_count = vlc::CounterBank::count,
                 .num_nps = config.num_nps,
-                .hardware = &hardware_};
+                .hardware = hardware_.get()};
     }
     services::AuditReport look() const { return services::audit(input()); }
 
@@ -88,7 +89,7 @@ protected:
     shmem_node *seven = nullptr, *eight = nullptr, *nine = nullptr;
 
 private:
-    inlinectl::CardHardware hardware_{card->access()};
+    std::unique_ptr<inlinectl::CardHardware> hardware_; // of the card that is alive
 };
 
 } // namespace test

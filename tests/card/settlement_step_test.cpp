@@ -15,6 +15,7 @@
 #include <unistd.h>
 
 #include "interrupted_work.h"
+#include "slow_build.h"
 
 namespace test {
 namespace {
@@ -25,11 +26,8 @@ constexpr char work_directory[] = "/tmp/card";
 constexpr char copy_directory[] = "/tmp/killed";
 constexpr CardKind two_nps = {0xD20001, 2};
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr uint64_t look_every = 50; // instructions are many more, and many of them not the host's
-#else
-constexpr uint64_t look_every = 1;
-#endif
+// With a sanitizer instructions are many more, and many of them not the host's.
+constexpr uint64_t look_every = slow_build ? 50 : 1;
 
 // A part of a file, and what it was when it was looked at last.
 class Watched {
