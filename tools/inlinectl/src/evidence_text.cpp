@@ -66,16 +66,17 @@ bool is_of(const shmem_node &node, const prm_async_response &answer)
 void write_node(std::ostream &out, uint32_t main_key, const shmem_node &node, uint32_t num_nps)
 {
     const app_node &stored = node.app_node;
-    row(out, "main key", std::to_string(main_key) + " (application type " +
-                             std::to_string(inline_shadow_db_key_to_apptype(main_key)) + ", id " +
-                             std::to_string(inline_shadow_db_key_to_appid(main_key)) + ")");
+    row(out, "main key",
+        std::to_string(main_key) + " (application type " +
+            std::to_string(inline_shadow_db_key_to_apptype(main_key)) + ", id " +
+            std::to_string(inline_shadow_db_key_to_appid(main_key)) + ")");
     row(out, "entry id", std::to_string(stored.entry_id));
     row(out, "table", table_name(stored.table_type));
     row(out, "action", std::to_string(stored.action));
     row(out, "hw index", hexadecimal(stored.hw_index));
     key_rows(out, stored.table_type, {stored.key, stored.key_len});
-    row(out, "result", spaced_hex({stored.result, std::min<size_t>(stored.result_len,
-                                                                   sizeof stored.result)}));
+    row(out, "result",
+        spaced_hex({stored.result, std::min<size_t>(stored.result_len, sizeof stored.result)}));
     for (uint32_t np = 0; np < num_nps && np < SHADOW_DB_MAX_NPS; ++np)
         row(out, "NP " + std::to_string(np),
             "received " + hexadecimal(node.stat_index_rx[np]) + ", dropped " +
@@ -190,8 +191,7 @@ void write_trace(std::ostream &out)
     for (const uint32_t buffer : {ED_EVENT_BUFFER, ED_ERROR_BUFFER})
         for (vlc::TraceEvent &event : registry.events(library, buffer))
             traced.push_back({buffer == ED_ERROR_BUFFER ? "error" : "event", std::move(event)});
-    std::ranges::stable_sort(traced, {},
-                             [](const Traced &one) { return one.event.nanoseconds; });
+    std::ranges::stable_sort(traced, {}, [](const Traced &one) { return one.event.nanoseconds; });
     const size_t first = traced.size() - std::min(traced.size(), trace_events);
     for (size_t i = first; i < traced.size(); ++i)
         out << utc_text(traced[i].event.nanoseconds) << ' ' << traced[i].buffer << ' '
