@@ -1,9 +1,10 @@
 # Two commands do everything on a fresh Debian 12: `make demo` and `make check`.
-.PHONY: help demo check format clean
+.PHONY: help demo check soak format clean
 
 help:
 	@echo "make demo    install what is missing, build, replay a real capture"
 	@echo "make check   install what is missing, build, run every test"
+	@echo "make soak    the long sweeps: every failure at every call; minutes"
 	@echo "make format  put all sources into the project's format"
 	@echo "make clean   remove everything built"
 
@@ -15,6 +16,10 @@ demo:
 check:
 	@scripts/install-dependencies check
 	@scripts/check
+
+soak:
+	@scripts/install-dependencies check
+	@scripts/soak
 
 format:
 	@git ls-files -- '*.cpp' '*.h' '*.c' | xargs clang-format -i

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <memory>
 #include <sstream>
@@ -125,7 +124,6 @@ public:
 
     SweepResult run()
     {
-        std::filesystem::remove_all(state_directory);
         SweptProcess process(plan_.card_type, state_directory);
         process_ = &process;
         process.observe([this](Service service, uint64_t count) { try_failures(service, count); });

@@ -21,7 +21,9 @@ public:
     {
         add({StepKind::start_host});
         add({StepKind::register_services});
+        add({StepKind::run_app_handler}); // with nothing stored
         create_everything();
+        add({StepKind::run_app_handler});
         add({StepKind::pass_traffic});
         add({StepKind::collect_statistics});
         change_entries();
@@ -192,6 +194,8 @@ const char *words_of(StepKind kind)
         return "batch";
     case StepKind::clear_key:
         return "clear";
+    case StepKind::run_app_handler:
+        return "run the app handler";
     case StepKind::pass_traffic:
         return "pass traffic";
     case StepKind::collect_statistics:

@@ -16,7 +16,8 @@ enum class StepKind {
     register_services, // statistics callbacks of some application types
     apply_batch,
     clear_key,
-    pass_traffic, // every NP counts packets on many counters, in use or not
+    run_app_handler, // the library's own driver; its batch is looked at and thrown away
+    pass_traffic,    // every NP counts packets on many counters, in use or not
     collect_statistics,
     read_answers, // time passes, and the event manager runs
     queue_delayed_answer,

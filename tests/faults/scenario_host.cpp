@@ -33,8 +33,17 @@ shmem_node *stored_entry(const shadow_db &root, uint16_t key, uint32_t entry_id)
     return nullptr;
 }
 
-// A service's batch; what the library copied for it is freed without any platform service, so that
-// a failing one does not leave it behind.
+// Without any platform service, so that a failing one leaves nothing behind.
+void free_elements(list_record &list)
+{
+    for (list_link *link = list.first; link != nullptr;) {
+        list_link *next = link->next;
+        free(link);
+        link = next;
+    }
+}
+
+// A service's batch.
 class ScenarioBatch {
 public:
     explicit ScenarioBatch(const Step &step)
@@ -44,14 +53,7 @@ public:
         batch_.app_param = step.version;
         batch_.entry_tag = static_cast<uint16_t>(step.version);
     }
-    ~ScenarioBatch()
-    {
-        for (list_link *link = batch_.node_list.first; link != nullptr;) {
-            list_link *next = link->next;
-            free(link);
-            link = next;
-        }
-    }
+    ~ScenarioBatch() { free_elements(batch_.node_list); }
     ScenarioBatch(const ScenarioBatch &) = delete;
     ScenarioBatch &operator=(const ScenarioBatch &) = delete;
 
@@ -114,13 +116,15 @@ StepResult ScenarioHost::carry_out(const Step &step)
 {
     switch (step.kind) {
     case StepKind::start_host:
-        return {start(), {}};
+        return {start()};
     case StepKind::register_services:
-        return {register_services(), {}};
+        return {register_services()};
     case StepKind::apply_batch:
-        return {apply(step), {}};
+        return {apply(step)};
     case StepKind::clear_key:
-        return {clear(step.key), {}};
+        return {clear(step.key)};
+    case StepKind::run_app_handler:
+        return run_app_handler();
     case StepKind::pass_traffic:
         pass_traffic();
         return {};
@@ -141,7 +145,7 @@ StepResult ScenarioHost::carry_out(const Step &step)
         let_time_pass();
         return {};
     case StepKind::reset_window:
-        return {inline_svc_shared_mem_reset(), {}};
+        return {inline_svc_shared_mem_reset()};
     }
     return {};
 }
@@ -207,6 +211,23 @@ uint32_t ScenarioHost::clear(uint16_t key)
     batch.uidb_index = key;
     batch.action = INLINE_SVC_BATCH_DELETE_ALL;
     return inline_svc_shadow_db_insert_action_array(&batch);
+}
+
+StepResult ScenarioHost::run_app_handler()
+{
+    app_handler_result built = {};
+    StepResult result;
+    result.code = inline_svc_app_handler(0, &built);
+    if (result.code != 0)
+        return result;
+    result.batch.push_back(built.batch->num_node);
+    for (const list_link *link = built.batch->node_list.first; link != nullptr; link = link->next) {
+        const app_node &node = static_cast<const app_node_element *>(link->data)->app_node;
+        result.batch.insert(result.batch.end(), {node.entry_id, node.action});
+    }
+    free_elements(built.batch->node_list);
+    free(built.batch);
+    return result;
 }
 
 StepResult ScenarioHost::collect()

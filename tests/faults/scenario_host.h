@@ -30,7 +30,8 @@ private:
     uint32_t register_services();
     uint32_t apply(const Step &step);
     uint32_t clear(uint16_t key);
-    StepResult collect();
+    static StepResult run_app_handler();
+    static StepResult collect();
     void pass_traffic();
     void queue_delayed_answer();
     void let_time_pass();

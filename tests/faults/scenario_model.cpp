@@ -1,5 +1,7 @@
 #include "scenario_model.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <cstring>
 
 #include "scenario_host.h"
@@ -10,19 +12,21 @@ StepResult ScenarioModel::carry_out(const Step &step)
 {
     switch (step.kind) {
     case StepKind::start_host:
-        return {start(), {}};
+        return {start()};
     case StepKind::register_services:
         for (const uint16_t type : types_with_callback)
             model_.has_stats_callback[type] = true;
         return {};
     case StepKind::apply_batch:
-        return {apply(step), {}};
+        return {apply(step)};
     case StepKind::clear_key: {
         ModelBatch batch;
         batch.key = step.key;
         batch.action = INLINE_SVC_BATCH_DELETE_ALL;
-        return {model_.apply(batch), {}};
+        return {model_.apply(batch)};
     }
+    case StepKind::run_app_handler:
+        return run_app_handler();
     case StepKind::pass_traffic:
         pass_traffic();
         return {};
@@ -42,7 +46,7 @@ StepResult ScenarioModel::carry_out(const Step &step)
         model_.read_answers();
         return {};
     case StepKind::reset_window:
-        return {model_.reset_window(), {}};
+        return {model_.reset_window()};
     }
     return {};
 }
@@ -83,6 +87,36 @@ uint32_t ScenarioModel::apply(const Step &step)
     }
     batch.num_node = static_cast<uint32_t>(batch.requests.size());
     return batch.num_node == 0 ? StepResult::nothing_to_do : model_.apply(batch);
+}
+
+// Entries 1 to 4 of key 1 as they are stored, the last of them twice; four samples where the key
+// has no entry. An append that fails is counted all the same.
+StepResult ScenarioModel::run_app_handler()
+{
+    struct Element {
+        uint32_t entry_id, action;
+    };
+    static constexpr Element replayed[] = {{1, 2}, {2, 3}, {3, 3}, {4, 2}, {4, 3}};
+    static constexpr Element samples[] = {{1, 1}, {2, 1}, {3, 1}, {4, 1}};
+    constexpr uint16_t key = 1;
+    if (!model_.create_list())
+        return {ENOMEM};
+    StepResult result;
+    result.batch.push_back(0);
+    const auto append = [&](const Element &element) {
+        ++result.batch[0];
+        if (model_.append_to_batch())
+            result.batch.insert(result.batch.end(), {element.entry_id, element.action});
+    };
+    if (!model_.entries.contains(key)) {
+        std::ranges::for_each(samples, append);
+        return result;
+    }
+    for (const Element &element : replayed) {
+        if (model_.stored(key, element.entry_id) != nullptr)
+            append(element);
+    }
+    return result;
 }
 
 void ScenarioModel::pass_traffic()

@@ -19,6 +19,7 @@ public:
 private:
     uint32_t start();
     uint32_t apply(const Step &step);
+    StepResult run_app_handler();
     void pass_traffic();
 
     ReferenceModel model_;

@@ -18,6 +18,7 @@ struct StepResult {
 
     uint32_t code = 0;
     std::vector<StatReport> reports = {};
+    std::vector<uint32_t> batch = {}; // the app handler's: num_node, then entry id and action each
     bool ends_the_scenario() const { return code == host_not_started; }
     bool operator==(const StepResult &) const = default;
 };

@@ -193,7 +193,7 @@ TEST_F(SweptProcessTest, FindsAFailureThatTheReferenceDoesNotKnow)
         return std::string(call.service) == "list_create" ? std::optional<uint64_t>(0)
                                                           : std::nullopt;
     });
-    process.carry_out(reference_scenario()[2]);
+    process.carry_out(reference_scenario()[3]);
     EXPECT_TRUE(some_contains(process.differences(), "result: code 0xffffff01"));
     EXPECT_TRUE(some_contains(process.differences(), "calls of list_enqueue_default"));
 }

@@ -43,10 +43,17 @@ std::vector<std::string> only_in(std::vector<std::string> lines, std::vector<std
     return left;
 }
 
+const std::filesystem::path &emptied(const std::filesystem::path &directory)
+{
+    std::filesystem::remove_all(directory);
+    return directory;
+}
+
 } // namespace
 
 SweptProcess::SweptProcess(uint32_t card_type, const std::filesystem::path &state_directory)
-    : unswapped_(card_type == unswapped_card), host_(scenario_card(card_type), state_directory),
+    : unswapped_(card_type == unswapped_card),
+      host_(scenario_card(card_type), emptied(state_directory)),
       model_({.nps = 2, .counters_turned_round = !unswapped_}),
       tap_([this](const vlc::ServiceCall &call) { return on_call(call); })
 {

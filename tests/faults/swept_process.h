@@ -14,6 +14,7 @@ namespace test {
 
 class SweptProcess {
 public:
+    // On a new card: what the directory holds is removed.
     SweptProcess(uint32_t card_type, const std::filesystem::path &state_directory);
 
     // Asked at each call that is not made to fail already; may set a fault for this call and on.
