@@ -41,7 +41,7 @@ struct Frame {
 };
 
 constexpr size_t frame_header_bytes = 12;
-constexpr uint32_t longest_payload = uint32_t{1} << 20;
+constexpr uint32_t longest_payload = uint32_t{4} << 20; // the largest card's text fits
 
 void append_frame(Payload &out, FrameKind kind, uint32_t sequence,
                   std::span<const uint8_t> payload);

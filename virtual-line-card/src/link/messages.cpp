@@ -1,5 +1,7 @@
 #include "messages.h"
 
+#include "vlc/state_error.h"
+
 namespace vlc {
 
 namespace {
@@ -50,20 +52,16 @@ std::string wrong_with_greeting(WireReader &reader)
 
 void put(WireWriter &writer, const CardConfig &config)
 {
-    writer.text(config.name).number(config.card_type).number(config.slot).number(config.num_nps);
-    writer.number(config.service_config_capacity).number(config.ext_conf_capacity);
-    writer.number(config.window_bytes);
+    writer.text(text_of(config));
 }
 
 void get(WireReader &reader, CardConfig &config)
 {
-    config.name = reader.text();
-    reader.into(config.card_type);
-    reader.into(config.slot);
-    reader.into(config.num_nps);
-    reader.into(config.service_config_capacity);
-    reader.into(config.ext_conf_capacity);
-    reader.into(config.window_bytes);
+    try {
+        config = card_of_text(reader.text(), "the card's text");
+    } catch (const StateError &) {
+        reader.refuse();
+    }
 }
 
 void put(WireWriter &writer, const prm_config_record &record)

@@ -11,7 +11,7 @@
 namespace vlc {
 
 constexpr std::string_view link_magic = "vlc-link";
-constexpr uint32_t link_version = 1;
+constexpr uint32_t link_version = 2;
 
 enum class PeerRole : uint8_t { host = 1, reader = 2 };
 

@@ -3,15 +3,13 @@
 #include <functional>
 #include <iterator>
 #include <limits>
+#include <sstream>
 #include <string>
 
-#define TOML_EXCEPTIONS 1
-#include <toml++/toml.h>
-
+#include "card_rows.h"
+#include "card_text.h"
 #include "file_access.h"
-#include "vlc/card_config.h"
 #include "vlc/nearest_name.h"
-#include "vlc/state_error.h"
 
 namespace vlc {
 
@@ -22,54 +20,83 @@ struct NumberKey {
     const char *key;
     int64_t least;
     int64_t most;
-    std::function<void(CardConfig &, uint64_t)> set;
+    std::function<void(CardConfig &, int64_t)> set;
+    // Nothing when another key says it.
+    std::function<std::optional<int64_t>(const CardConfig &)> get;
 };
 
 template <typename Field>
-auto into(Field CardConfig::*field)
+NumberKey number_key(const char *table, const char *key, int64_t least, int64_t most,
+                     Field CardConfig::*field)
 {
-    return
-        [field](CardConfig &config, uint64_t value) { config.*field = static_cast<Field>(value); };
+    return {
+        table,
+        key,
+        least,
+        most,
+        [field](CardConfig &config, int64_t value) { config.*field = static_cast<Field>(value); },
+        [field](const CardConfig &config) { return int64_t{config.*field}; }};
+}
+
+constexpr int64_t most_mebibytes = 4096;
+
+// A size that is no whole number of mebibytes, or a larger one, is said in bytes.
+bool is_in_mebibytes(const CardConfig &config)
+{
+    return config.window_bytes % (uint64_t{1} << 20) == 0 &&
+           config.window_bytes >> 20 <= most_mebibytes;
 }
 
 const NumberKey number_keys[] = {
-    {"card", "type", 0, std::numeric_limits<uint32_t>::max(), into(&CardConfig::card_type)},
-    {"card", "slot", 0, std::numeric_limits<uint16_t>::max(), into(&CardConfig::slot)},
-    {"nps", "count", 1, 8, into(&CardConfig::num_nps)},
-    {"nps", "service_config_rows", 1, 1048576, into(&CardConfig::service_config_capacity)},
-    {"nps", "ext_conf_rows", 1, 1048576, into(&CardConfig::ext_conf_capacity)},
-    {"window", "mebibytes", 1, 4096,
-     [](CardConfig &config, uint64_t value) { config.window_bytes = value << 20; }},
+    number_key("card", "type", 0, std::numeric_limits<uint32_t>::max(), &CardConfig::card_type),
+    number_key("card", "slot", 0, std::numeric_limits<uint16_t>::max(), &CardConfig::slot),
+    number_key("nps", "count", 1, 8, &CardConfig::num_nps),
+    number_key("nps", "service_config_rows", 1, 1048576, &CardConfig::service_config_capacity),
+    number_key("nps", "ext_conf_rows", 1, 1048576, &CardConfig::ext_conf_capacity),
+    {"window", "mebibytes", 1, most_mebibytes,
+     [](CardConfig &config, int64_t value) {
+         config.window_bytes = static_cast<uint64_t>(value) << 20;
+     },
+     [](const CardConfig &config) -> std::optional<int64_t> {
+         if (!is_in_mebibytes(config))
+             return std::nullopt;
+         return static_cast<int64_t>(config.window_bytes >> 20);
+     }},
+    {"window", "bytes", 1, std::numeric_limits<int64_t>::max(),
+     [](CardConfig &config, int64_t value) { config.window_bytes = static_cast<uint64_t>(value); },
+     [](const CardConfig &config) -> std::optional<int64_t> {
+         if (is_in_mebibytes(config))
+             return std::nullopt;
+         return static_cast<int64_t>(config.window_bytes);
+     }},
 };
 constexpr const char *known_tables[] = {"card", "nps", "window"};
 
-class CardFile {
-public:
-    explicit CardFile(const std::filesystem::path &path) : path_(path) {}
+bool has_both_window_sizes(const toml::table &document)
+{
+    return document.at_path("window.bytes") && document.at_path("window.mebibytes");
+}
 
-    CardConfig load()
+class CardDocument {
+public:
+    explicit CardDocument(const TomlReader &reader) : reader_(reader) {}
+
+    CardConfig read(const toml::table &document) const
     {
-        const std::string text = read_file(path_);
-        toml::table document;
-        try {
-            document = toml::parse(text, path_.string());
-        } catch (const toml::parse_error &error) {
-            fail(error.source(), std::string(error.description()));
-        }
         CardConfig config;
         for (const auto &[name, node] : document) {
-            read_table(name, node, config);
+            if (is_name_of_rows(name.str()))
+                read_rows(reader_, name.str(), node, config);
+            else
+                read_table(name, node, config);
         }
+        if (has_both_window_sizes(document))
+            reader_.fail(document.at_path("window.bytes").node()->source(),
+                         "'window.bytes' and 'window.mebibytes' say the same: give one of them");
         return config;
     }
 
 private:
-    [[noreturn]] void fail(const toml::source_region &where, const std::string &why) const
-    {
-        throw StateError(path_.string() + ":" + std::to_string(where.begin.line) + ":" +
-                         std::to_string(where.begin.column) + ": " + why);
-    }
-
     void read_table(const toml::key &name, const toml::node &node, CardConfig &config) const
     {
         if (std::find(std::begin(known_tables), std::end(known_tables), name.str()) ==
@@ -77,8 +104,8 @@ private:
             fail_unknown(name.source(), std::string(name.str()));
         }
         if (!node.is_table()) {
-            fail(node.source(),
-                 "'" + std::string(name.str()) + "' is a table: [" + std::string(name.str()) + "]");
+            reader_.fail(node.source(), "'" + std::string(name.str()) + "' is a table: [" +
+                                            std::string(name.str()) + "]");
         }
         for (const auto &[key, value] : *node.as_table()) {
             read_value(name.str(), key, value, config);
@@ -90,34 +117,16 @@ private:
     {
         const std::string name = std::string(table) + "." + std::string(key.str());
         if (name == "card.name") {
-            const auto *text = value.as_string();
-            if (text == nullptr || text->get().empty()) {
-                fail(value.source(), "'card.name' is a text that is not empty");
-            }
-            config.name = text->get();
+            config.name = reader_.text(value, name);
             return;
         }
         for (const NumberKey &known : number_keys) {
             if (table == known.table && key.str() == known.key) {
-                known.set(config, number(name, known, value));
+                known.set(config, reader_.number(value, name, known.least, known.most));
                 return;
             }
         }
         fail_unknown(key.source(), name);
-    }
-
-    uint64_t number(const std::string &name, const NumberKey &known, const toml::node &value) const
-    {
-        const std::string range = std::to_string(known.least) + " to " + std::to_string(known.most);
-        const auto *integer = value.as_integer();
-        if (integer == nullptr) {
-            fail(value.source(), "'" + name + "' is a whole number, " + range);
-        }
-        if (integer->get() < known.least || integer->get() > known.most) {
-            fail(value.source(),
-                 "'" + name + "' is " + std::to_string(integer->get()) + ", and must be " + range);
-        }
-        return static_cast<uint64_t>(integer->get());
     }
 
     [[noreturn]] void fail_unknown(const toml::source_region &where, const std::string &name) const
@@ -143,20 +152,68 @@ private:
         for (const NumberKey &known : number_keys) {
             consider(std::string(known.table) + "." + known.key);
         }
+        for (const std::string &known : names_in_rows()) {
+            consider(known);
+        }
         // Further away, it is hardly what was meant.
         const bool near = distance <= (name.size() + 1) / 2;
-        fail(where, "'" + name + "' is not known" +
-                        (near ? "; the nearest known name is '" + nearest + "'" : ""));
+        reader_.fail(where, "'" + name + "' is not known" +
+                                (near ? "; the nearest known name is '" + nearest + "'" : ""));
     }
 
-    std::filesystem::path path_;
+    const TomlReader &reader_;
 };
 
 } // namespace
 
+CardConfig card_of_document(const TomlReader &reader, const toml::table &document)
+{
+    return CardDocument(reader).read(document);
+}
+
+bool says_whole_card(const toml::table &document)
+{
+    const auto says = [&document](const char *table, const char *key) {
+        return document[table][key].node() != nullptr;
+    };
+    const auto is_said = [&says](const NumberKey &key) {
+        return std::string_view(key.table) == "window" || says(key.table, key.key);
+    };
+    return std::ranges::all_of(number_keys, is_said) && says("card", "name") &&
+           (says("window", "mebibytes") || says("window", "bytes"));
+}
+
 CardConfig load_card_file(const std::filesystem::path &file)
 {
-    return CardFile(file).load();
+    const TomlReader reader(file.string());
+    return card_of_document(reader, reader.parse(read_file(file)));
+}
+
+std::string text_of(const CardConfig &card)
+{
+    toml::table document{{"card", toml::table{{"name", card.name}}}};
+    for (const NumberKey &known : number_keys) {
+        if (const std::optional<int64_t> value = known.get(card)) {
+            document.insert(known.table, toml::table{});
+            document[known.table].as_table()->insert(known.key, *value);
+        }
+    }
+    // The rows first: what is cut off lacks one of the keys that every card has.
+    std::ostringstream text;
+    const toml::table rows = table_of_rows(card);
+    if (!rows.empty())
+        text << rows << "\n\n";
+    text << document << '\n';
+    return text.str();
+}
+
+CardConfig card_of_text(const std::string &text, const std::string &source)
+{
+    const TomlReader reader(source);
+    const toml::table document = reader.parse(text);
+    if (!says_whole_card(document))
+        throw StateError(source + ": does not say all of a card");
+    return card_of_document(reader, document);
 }
 
 } // namespace vlc

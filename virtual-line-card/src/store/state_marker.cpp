@@ -1,14 +1,9 @@
 #include "state_marker.h"
 
-#include <cstdint>
-#include <limits>
-#include <sstream>
 #include <string>
 #include <string_view>
 
-#define TOML_EXCEPTIONS 1
-#include <toml++/toml.h>
-
+#include "card_text.h"
 #include "file_access.h"
 
 namespace vlc {
@@ -18,6 +13,7 @@ namespace {
 constexpr std::string_view first_words = "state of a virtual line card, version ";
 constexpr int state_version = 1;
 constexpr std::string_view being_made = "being made\n";
+constexpr const char *holds_key = "holds";
 
 [[noreturn]] void fail(const std::filesystem::path &path, const std::string &why)
 {
@@ -32,72 +28,41 @@ constexpr struct {
 
 std::string text_of_marker(const Marker &marker)
 {
-    const CardConfig &card = marker.card;
-    toml::table document{
-        {"card", toml::table{{"name", card.name},
-                             {"type", int64_t{card.card_type}},
-                             {"slot", int64_t{card.slot}}}},
-        {"nps", toml::table{{"count", int64_t{card.num_nps}},
-                            {"service_config_rows", int64_t{card.service_config_capacity}},
-                            {"ext_conf_rows", int64_t{card.ext_conf_capacity}}}},
-        {"window", toml::table{{"bytes", static_cast<int64_t>(card.window_bytes)}}},
-    };
+    std::string text;
     for (const auto &[holdings, name] : named_holdings) {
-        if (marker.holdings == holdings) {
-            document.insert("holds", name);
-        }
+        if (marker.holdings == holdings)
+            text = std::string(holds_key) + " = '" + name + "'\n";
     }
-    std::ostringstream text;
-    text << document << '\n';
-    return text.str();
+    return text + text_of(marker.card);
 }
 
-template <typename Field>
-bool take(const toml::table &document, const char *place, Field &field)
+bool take_holdings(toml::table &document, Holdings &holdings)
 {
-    const auto value = document.at_path(place).value<int64_t>();
-    constexpr auto most = static_cast<uint64_t>(std::numeric_limits<Field>::max());
-    if (!value || *value < 0 || static_cast<uint64_t>(*value) > most) {
-        return false;
-    }
-    field = static_cast<Field>(*value);
-    return true;
-}
-
-bool take_holdings(const toml::table &document, Holdings &holdings)
-{
-    const toml::node *told = document.get("holds");
+    const toml::node *told = document.get(holds_key);
     if (told == nullptr) {
         return true;
     }
     for (const auto &[known, name] : named_holdings) {
         if (told->value<std::string>() == name) {
             holdings = known;
+            document.erase(holds_key);
             return true;
         }
     }
     return false;
 }
 
-std::optional<Marker> marker_of_text(std::string_view text)
+std::optional<Marker> marker_of_text(const std::filesystem::path &path, std::string_view text)
 {
+    const TomlReader reader(path.string());
     Marker marker;
-    CardConfig &card = marker.card;
     try {
-        const toml::table document = toml::parse(text);
-        const auto name = document.at_path("card.name").value<std::string>();
-        const bool whole =
-            name && take(document, "card.type", card.card_type) &&
-            take(document, "card.slot", card.slot) && take(document, "nps.count", card.num_nps) &&
-            take(document, "nps.service_config_rows", card.service_config_capacity) &&
-            take(document, "nps.ext_conf_rows", card.ext_conf_capacity) &&
-            take(document, "window.bytes", card.window_bytes) &&
-            take_holdings(document, marker.holdings);
-        if (!whole) {
+        toml::table document = reader.parse(text);
+        if (!take_holdings(document, marker.holdings) || !says_whole_card(document)) {
             return std::nullopt;
         }
-        card.name = *name;
-    } catch (const toml::parse_error &) {
+        marker.card = card_of_document(reader, document);
+    } catch (const StateError &) {
         return std::nullopt;
     }
     return marker;
@@ -122,7 +87,7 @@ std::optional<Marker> read_marker(const std::filesystem::path &directory)
     if (rest == being_made) {
         return std::nullopt;
     }
-    std::optional<Marker> marker = marker_of_text(rest);
+    std::optional<Marker> marker = marker_of_text(path, rest);
     if (!marker) {
         fail(path, "is damaged: it does not say which card the state was made for");
     }

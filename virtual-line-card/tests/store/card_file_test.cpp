@@ -29,14 +29,7 @@ protected:
 
 void expect_default(const CardConfig &config)
 {
-    const CardConfig expected;
-    EXPECT_EQ(config.name, expected.name);
-    EXPECT_EQ(config.card_type, expected.card_type);
-    EXPECT_EQ(config.slot, expected.slot);
-    EXPECT_EQ(config.num_nps, expected.num_nps);
-    EXPECT_EQ(config.service_config_capacity, expected.service_config_capacity);
-    EXPECT_EQ(config.ext_conf_capacity, expected.ext_conf_capacity);
-    EXPECT_EQ(config.window_bytes, expected.window_bytes);
+    EXPECT_EQ(config, CardConfig{});
 }
 
 } // namespace
