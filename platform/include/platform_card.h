@@ -15,8 +15,17 @@ enum {
 #undef CARD_TYPE_COUNTER_UNSWAPPED
 };
 
+/* The one card type whose slots have an infrastructure endpoint of their own. */
+enum { CARD_TYPE_INFRA_SLOTS = 0x3C0266 };
+
 /* The type code of the card that the caller runs on. */
 uint32_t platform_get_my_card_type(void);
+
+/* The type code of the card that a node is; 0 for a node that the platform does not know. */
+uint32_t platform_node_get_card_type(uint32_t nodeid);
+
+/* The node of a line-card slot. Returns 0 with *nodeid set, or a code with it untouched. */
+uint32_t plm_slot_to_nodeid(uint16_t slot, uint32_t *nodeid);
 
 /* Starts the platform's statistics service for data-path counters. Returns 0, or a code. */
 uint32_t plm_dpss_stats_init(void);

@@ -51,7 +51,7 @@ bool TrafficMeter::name_of(const shmem_node &node, EntryName *name)
     if (stored.key_len > sizeof stored.key)
         return false;
     const auto meaning = lookup_keys::meaning_of({stored.key, stored.key_len});
-    if (!meaning)
+    if (!meaning || meaning->kind == lookup_keys::service_kind)
         return false;
     const bool by_address = meaning->kind == lookup_keys::address_kind;
     if (stored.table_type != (by_address ? SHADOW_DB_EXT_CONF : SHADOW_DB_SERVICE_CONFIG))

@@ -6,10 +6,16 @@
 
 namespace inline_service {
 
-inline bool list_append(list_record &list, void *element)
+// The platform's code.
+inline uint32_t list_enqueue(list_record &list, void *element)
 {
     const list_enqueue_fn enqueue = list.enqueue != nullptr ? list.enqueue : list_enqueue_default;
-    return enqueue(&list, element, element) == LIST_OK;
+    return enqueue(&list, element, element);
+}
+
+inline bool list_append(list_record &list, void *element)
+{
+    return list_enqueue(list, element) == LIST_OK;
 }
 
 inline void list_remove(list_record &list, void *element)

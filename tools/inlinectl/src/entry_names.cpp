@@ -19,11 +19,20 @@ std::string entry_name(MeterTable table, const Destination &destination)
     return text;
 }
 
+std::string service_name(uint16_t shadow_key)
+{
+    if (shadow_key < lookup_keys::first_vservice_key)
+        return "key " + std::to_string(shadow_key);
+    return "vservice " + std::to_string(shadow_key - lookup_keys::first_vservice_key);
+}
+
 std::string key_name(uint32_t table, std::span<const uint8_t> key)
 {
     const std::optional<lookup_keys::Meaning> meaning = lookup_keys::meaning_of(key);
     if (!meaning)
         return {};
+    if (meaning->kind == lookup_keys::service_kind)
+        return table == SHADOW_DB_SERVICE_CONFIG ? service_name(meaning->shadow_key) : "";
     const bool by_address = meaning->kind == lookup_keys::address_kind;
     const MeterTable expected = by_address ? MeterTable::addresses : MeterTable::destinations;
     if (table != static_cast<uint32_t>(expected))

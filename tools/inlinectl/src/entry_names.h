@@ -12,6 +12,9 @@ namespace inlinectl {
 // "tcp 192.0.2.1:80"; in the address table "192.0.2.1".
 std::string entry_name(services::MeterTable table, const services::Destination &destination);
 
+// "vservice 7"; of another service's key "key 7".
+std::string service_name(uint16_t shadow_key);
+
 // The same from the bytes of a key; empty for a key that is laid out in another way.
 std::string key_name(uint32_t table, std::span<const uint8_t> key);
 

@@ -1,6 +1,7 @@
 // What the card says of itself.
 #include "card_services.h"
 
+#include <algorithm>
 #include <cerrno>
 
 #include "platform_card.h"
@@ -10,12 +11,49 @@ using vlc::forced_as;
 using vlc::tapped_call;
 using vlc::VirtualLineCard;
 
+namespace {
+
+// Null for a slot that the card file does not know, and without a card.
+template <typename Value>
+const vlc::SlotConfig *slot_with(Value vlc::SlotConfig::*field, Value value)
+{
+    const VirtualLineCard *card = VirtualLineCard::current();
+    if (!card)
+        return nullptr;
+    const auto &slots = card->config().slots;
+    const auto found = std::ranges::find(slots, value, field);
+    return found == slots.end() ? nullptr : &*found;
+}
+
+} // namespace
+
 uint32_t platform_get_my_card_type(void)
 {
     if (auto forced = tapped_call("platform_get_my_card_type"))
         return forced_as<uint32_t>(*forced);
     const VirtualLineCard *card = VirtualLineCard::current();
     return card ? card->config().card_type : 0;
+}
+
+uint32_t platform_node_get_card_type(uint32_t nodeid)
+{
+    if (auto forced = tapped_call("platform_node_get_card_type", nodeid))
+        return forced_as<uint32_t>(*forced);
+    const vlc::SlotConfig *slot = slot_with(&vlc::SlotConfig::node, nodeid);
+    return slot ? slot->card_type : 0;
+}
+
+uint32_t plm_slot_to_nodeid(uint16_t slot, uint32_t *nodeid)
+{
+    if (auto forced = tapped_call("plm_slot_to_nodeid", slot, nodeid))
+        return forced_as<uint32_t>(*forced);
+    if (!nodeid)
+        return EINVAL;
+    const vlc::SlotConfig *known = slot_with(&vlc::SlotConfig::number, slot);
+    if (!known)
+        return ENOENT;
+    *nodeid = known->node;
+    return 0;
 }
 
 uint32_t plm_dpss_stats_init(void)

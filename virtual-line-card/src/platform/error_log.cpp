@@ -28,9 +28,9 @@ void ErrorLog::write(const void *record, const char *text)
 
 } // namespace vlc
 
-uint32_t zem_errmsg(const void *record, uint32_t zero, const char *text)
+uint32_t zem_errmsg(const void *record, uint32_t severity, const char *text)
 {
-    if (auto forced = vlc::tapped_call("zem_errmsg", record, zero, text))
+    if (auto forced = vlc::tapped_call("zem_errmsg", record, severity, text))
         return vlc::forced_as<uint32_t>(*forced);
     if (!text)
         return 22;

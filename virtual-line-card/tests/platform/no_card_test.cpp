@@ -3,6 +3,7 @@
 
 #include "platform_card.h"
 #include "platform_event_debug.h"
+#include "platform_interfaces.h"
 #include "platform_list.h"
 #include "platform_shared_window.h"
 #include "test_card.h"
@@ -20,6 +21,20 @@ TEST(WithoutACard, TheCardTypeIsZeroAndStatisticsDoNotStart)
 {
     EXPECT_EQ(0u, platform_get_my_card_type());
     EXPECT_NE(0u, plm_dpss_stats_init());
+}
+
+TEST(WithoutACard, NoSlotInterfaceOrVrfIsKnown)
+{
+    uint32_t node = 77;
+    EXPECT_NE(0u, plm_slot_to_nodeid(0, &node));
+    EXPECT_EQ(77u, node);
+    EXPECT_EQ(0u, platform_node_get_card_type(0));
+    const uint32_t bind_record[2] = {IMC_BIND_CLIENT, 0};
+    void *database = nullptr;
+    EXPECT_NE(0u, imc_db_bind(bind_record, IMC_BIND_LENGTH, &database));
+    EXPECT_EQ(nullptr, database);
+    vrf_record record{};
+    EXPECT_NE(0u, ital_shm_lookup_vrf(0, 1, 1, &record));
 }
 
 TEST(WithoutACard, TheWindowIsUnknown)

@@ -1,9 +1,11 @@
 #include <cstring>
 
 #include "platform_card.h"
+#include "platform_encoders.h"
 #include "platform_error_log.h"
 #include "platform_error_text.h"
 #include "platform_event_debug.h"
+#include "platform_interfaces.h"
 #include "platform_list.h"
 #include "platform_shared_window.h"
 #include "test_card.h"
@@ -54,7 +56,17 @@ void call_every_service()
     shmwin_free(nullptr);
     shmwin_reset(99);
     platform_get_my_card_type();
+    platform_node_get_card_type(0);
+    plm_slot_to_nodeid(0, nullptr);
     plm_dpss_stats_init();
+    imc_db_bind(nullptr, 0, nullptr);
+    imc_s_attr_query(nullptr, 0, 0, 0, 0, 0, nullptr);
+    imc_gdp_pic_get(nullptr, 0, nullptr, nullptr);
+    ital_shm_lookup_vrf(0, 0, 0, nullptr);
+    rsi_c_tbl_id_decode2(0, nullptr, nullptr, nullptr);
+    (void)ac_encode_init(0, 0, 0, 0);
+    appl_construct_config_db_key(0, 0, nullptr, 0);
+    appl_construct_sdn_encap_service_config_db_result(nullptr, nullptr, nullptr);
     prm_mgr_open(nullptr, 0, nullptr, nullptr, 0, nullptr, nullptr);
     prm_srh_get_handle(nullptr, nullptr);
     prm_srh_register(nullptr, 0, nullptr, nullptr);
@@ -93,7 +105,17 @@ const std::vector<std::string> all_services = {
     "shmwin_free",
     "shmwin_reset",
     "platform_get_my_card_type",
+    "platform_node_get_card_type",
+    "plm_slot_to_nodeid",
     "plm_dpss_stats_init",
+    "imc_db_bind",
+    "imc_s_attr_query",
+    "imc_gdp_pic_get",
+    "ital_shm_lookup_vrf",
+    "rsi_c_tbl_id_decode2",
+    "ac_encode_init",
+    "appl_construct_config_db_key",
+    "appl_construct_sdn_encap_service_config_db_result",
     "prm_mgr_open",
     "prm_srh_get_handle",
     "prm_srh_register",
