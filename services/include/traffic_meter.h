@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -49,6 +50,7 @@ struct MeterEntry {
     MeterCount total;       // since the entry was programmed, the time before this start included
     uint32_t nps = 0;       // bit n: NP n has counted since the meter started
     uint32_t total_nps = 0; // since the entry was programmed
+    bool unread = false;    // the last pass could not read all its counters
 };
 
 class TrafficMeter {
@@ -82,7 +84,8 @@ public:
 
     // One statistics pass. The library's sums are 32 bits wide and wrap, so a pass must come before
     // any entry has counted 2^32 more packets or bytes than at the last one. What an entry had
-    // counted before this start is known modulo 2^32.
+    // counted before this start is known modulo 2^32. An entry whose counters cannot all be read
+    // keeps its counts, and the next pass makes up for it.
     void collect();
 
     std::vector<MeterEntry> entries() const; // by table, then destination
@@ -99,12 +102,20 @@ private:
         uint32_t bytes = 0;
         bool operator==(const Sum &) const = default;
     };
+    struct Reading { // of an entry's counters, by NP
+        uint64_t packets[SHADOW_DB_MAX_NPS] = {};
+        uint64_t bytes[SHADOW_DB_MAX_NPS] = {};
+        Sum sum() const;
+        bool is_below(const Reading &earlier) const; // on any NP
+    };
     struct Entry {
         shmem_node *node = nullptr;
         bool found = false;
         bool measured = false; // a pass has set the starting point
+        bool unread = false;
+        std::optional<Sum> passed;      // to the callback, in this pass
+        std::optional<Reading> reading; // before this pass
         Sum last;
-        Sum last_per_np[SHADOW_DB_MAX_NPS];
         uint32_t nps = 0;
         uint32_t nps_before = 0; // this start
         MeterCount before;
@@ -121,8 +132,10 @@ private:
     void take_node(shmem_node *node, bool at_start);
     std::vector<EntryName> missing(const std::vector<Destination> &wanted, size_t *found) const;
     std::string program_batch(const EntryName *first, const EntryName *last);
-    void measure(Entry &entry, Sum sum);
-    void measure_nps(Entry &entry);
+    static std::optional<Reading> read_counters(const Entry &entry);
+    static bool is_credible(const Entry &entry, const Reading &now);
+    static void measure(Entry &entry);
+    static void take_in(Entry &entry, const Reading &now);
 
     uint32_t key_;
     uint32_t next_entry_id_ = 1;

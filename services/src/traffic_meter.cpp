@@ -5,8 +5,10 @@
 
 #include "action_batch.h"
 #include "inline_service_app.h"
+#include "inline_service_context.h"
 #include "inline_service_stat.h"
 #include "lookup_keys.h"
+#include "platform_prm_stats.h"
 #include "service_error.h"
 
 namespace services {
@@ -187,9 +189,14 @@ std::string TrafficMeter::program_batch(const EntryName *first, const EntryName 
 
 void TrafficMeter::collect()
 {
+    for (auto &[name, entry] : entries_) {
+        entry.passed.reset();
+        if (!entry.measured)
+            entry.reading = read_counters(entry);
+    }
     inline_svc_stats_collection();
     for (auto &[name, entry] : entries_)
-        measure_nps(entry);
+        measure(entry);
 }
 
 void TrafficMeter::on_statistics(uint32_t uidb_index, uint32_t entry_id, uint32_t phase, uint32_t a,
@@ -200,35 +207,89 @@ void TrafficMeter::on_statistics(uint32_t uidb_index, uint32_t entry_id, uint32_
     if (meter == nullptr || uidb_index != meter->key_ || phase != one_entry)
         return;
     if (const auto place = meter->by_id_.find(entry_id); place != meter->by_id_.end())
-        meter->measure(*place->second, {a, b});
+        place->second->passed = Sum{a, b};
 }
 
-void TrafficMeter::measure(Entry &entry, Sum sum)
+TrafficMeter::Sum TrafficMeter::Reading::sum() const
 {
-    if (entry.measured) {
-        // Differences of wrapping sums, in their own width.
-        entry.counted.packets += static_cast<uint32_t>(sum.packets - entry.last.packets);
-        entry.counted.bytes += static_cast<uint32_t>(sum.bytes - entry.last.bytes);
-    } else {
-        entry.before = {sum.packets, sum.bytes};
+    Sum sum;
+    for (uint32_t np = 0; np < SHADOW_DB_MAX_NPS; ++np) {
+        sum.packets += static_cast<uint32_t>(packets[np]);
+        sum.bytes += static_cast<uint32_t>(bytes[np]);
     }
-    entry.last = sum;
+    return sum;
 }
 
-// Which NPs have counted: the callback's sums do not say it, the node's counters do.
-void TrafficMeter::measure_nps(Entry &entry)
+bool TrafficMeter::Reading::is_below(const Reading &earlier) const
 {
+    for (uint32_t np = 0; np < SHADOW_DB_MAX_NPS; ++np) {
+        if (packets[np] < earlier.packets[np])
+            return true;
+    }
+    return false;
+}
+
+// Nothing when one of the entry's counters cannot be read, as while the card is away.
+std::optional<TrafficMeter::Reading> TrafficMeter::read_counters(const Entry &entry)
+{
+    Reading reading;
     for (uint32_t np = 0; np < NUM_LC_NPS && np < SHADOW_DB_MAX_NPS; ++np) {
         const uint32_t counter = entry.node->stat_index_rx[np];
         if (counter == 0)
             continue;
-        stats_sum read{};
-        inline_svc_get_stat_per_np(np, counter, &read);
-        const Sum sum{read.first, read.second};
-        if (sum != entry.last_per_np[np]) // at first 0
-            (entry.measured ? entry.nps : entry.nps_before) |= uint32_t{1} << np;
-        entry.last_per_np[np] = sum;
+        uint32_t mode = PRM_STATS_READ_AND_CLEAR; // of every read; the option says what is done
+        uint64_t words[2] = {};
+        if (prm_stats_cl_read(pgbl_ptr->prm_conn, counter, np, &mode, words, nullptr,
+                              PRM_STATS_READ) != 0)
+            return std::nullopt;
+        reading.packets[np] = words[0];
+        reading.bytes[np] = words[1];
     }
+    return reading;
+}
+
+// A read that fails in the library's pass adds nothing to the sum, which says nothing of it. So the
+// sum is held between what the counters said before the pass and what they say behind it.
+bool TrafficMeter::is_credible(const Entry &entry, const Reading &now)
+{
+    const auto lies_between = [](uint32_t low, uint32_t value, uint32_t high) {
+        return value - low <= high - low; // they wrap
+    };
+    const Sum high = now.sum();
+    if (now.is_below(*entry.reading)) // cleared meanwhile
+        return *entry.passed == high;
+    const Sum low = entry.reading->sum();
+    return lies_between(low.packets, entry.passed->packets, high.packets) &&
+           lies_between(low.bytes, entry.passed->bytes, high.bytes);
+}
+
+void TrafficMeter::measure(Entry &entry)
+{
+    const std::optional<Reading> now = read_counters(entry);
+    entry.unread = !now || !entry.reading || !entry.passed || !is_credible(entry, *now);
+    if (!entry.unread)
+        take_in(entry, *now);
+}
+
+void TrafficMeter::take_in(Entry &entry, const Reading &now)
+{
+    const Sum sum = *entry.passed;
+    const bool was_cleared = now.is_below(*entry.reading);
+    if (!entry.measured) {
+        entry.before = {sum.packets, sum.bytes};
+    } else if (!was_cleared) { // and otherwise counting starts anew
+        // Differences of wrapping sums, in their own width.
+        entry.counted.packets += static_cast<uint32_t>(sum.packets - entry.last.packets);
+        entry.counted.bytes += static_cast<uint32_t>(sum.bytes - entry.last.bytes);
+    }
+    // Which NPs have counted: the callback's sums do not say it, the node's counters do.
+    const Reading before = entry.measured && !was_cleared ? *entry.reading : Reading{};
+    for (uint32_t np = 0; np < SHADOW_DB_MAX_NPS; ++np) {
+        if (now.packets[np] != before.packets[np])
+            (entry.measured ? entry.nps : entry.nps_before) |= uint32_t{1} << np;
+    }
+    entry.last = sum;
+    entry.reading = now;
     entry.measured = true;
 }
 
@@ -245,7 +306,8 @@ std::vector<MeterEntry> TrafficMeter::entries() const
                           .total = {entry.before.packets + entry.counted.packets,
                                     entry.before.bytes + entry.counted.bytes},
                           .nps = entry.nps,
-                          .total_nps = entry.nps | entry.nps_before});
+                          .total_nps = entry.nps | entry.nps_before,
+                          .unread = entry.unread});
     }
     return report;
 }

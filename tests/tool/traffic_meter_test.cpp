@@ -163,6 +163,63 @@ TEST_F(Meter, CountsOnWhenTheLibrarysSumsWrap)
     EXPECT_EQ(destination(address_1).counted.bytes, 3 * uint64_t{0xFFFFFFF0});
 }
 
+// Every n-th read fails, in the library's pass or the meter's own, and then none.
+class MeterWithFailingReads : public Meter, public ::testing::WithParamInterface<int> {};
+
+TEST_P(MeterWithFailingReads, CountsRightOnceTheyWorkAgain)
+{
+    program(many_destinations(3));
+    for (uint16_t source = 1; source <= 8; ++source)
+        send({.destination = "10.0.0.1", .source_port = source, .destination_port = 1});
+    meter->collect();
+    vlc::set_service_tap([reads = 0](const vlc::ServiceCall &call) mutable {
+        const bool fails =
+            std::strcmp(call.service, "prm_stats_cl_read") == 0 && ++reads % GetParam() == 0;
+        return fails ? std::optional<uint64_t>(5) : std::nullopt;
+    });
+    send({.destination = "10.0.0.1", .destination_port = 1});
+    meter->collect();
+    EXPECT_LE(destination(address_1, 1).counted.packets, 9u);
+    vlc::set_service_tap({});
+    meter->collect();
+    EXPECT_EQ(destination(address_1, 1).counted.packets, 9u);
+    EXPECT_EQ(destination(address_1, 1).counted.bytes, 900u);
+    EXPECT_EQ(address(address_1).counted.packets, 9u);
+    EXPECT_FALSE(address(address_1).unread);
+}
+
+INSTANTIATE_TEST_SUITE_P(Meter, MeterWithFailingReads, ::testing::Range(1, 8));
+
+TEST_F(Meter, SaysWhichEntriesItCouldNotRead)
+{
+    program(many_destinations(2));
+    vlc::set_service_tap([](const vlc::ServiceCall &call) -> std::optional<uint64_t> {
+        if (std::strcmp(call.service, "prm_stats_cl_read") == 0)
+            return 5;
+        return std::nullopt;
+    });
+    meter->collect();
+    EXPECT_TRUE(destination(address_1, 1).unread);
+    EXPECT_TRUE(address(address_1).unread);
+}
+
+TEST_F(Meter, BeginsAnewBehindCountersThatWereCleared)
+{
+    program({{udp, address_1, 53}});
+    send({.destination = "10.0.0.1"});
+    send({.destination = "10.0.0.1"});
+    meter->collect();
+    for (uint32_t np = 0; np < config.num_nps; ++np) {
+        for (uint32_t counter = 0; counter < 64; ++counter)
+            card->nps()[np].counters().read_and_clear(counter);
+    }
+    send({.destination = "10.0.0.1"});
+    meter->collect();
+    send({.destination = "10.0.0.1"});
+    meter->collect();
+    EXPECT_EQ(destination(address_1).counted.packets, 3u) << "two before, one behind the next pass";
+}
+
 TEST_F(Meter, TellsThisRunFromAllRuns)
 {
     program({{udp, address_1, 53}});

@@ -77,11 +77,26 @@ uint64_t uncounted_hits(const RunReport &report)
     return sum;
 }
 
+namespace {
+
+uint64_t unread_entries(const RunReport &report)
+{
+    const auto unread = [](const std::vector<MeterEntry> &entries) {
+        return static_cast<uint64_t>(std::ranges::count_if(entries, &MeterEntry::unread));
+    };
+    return unread(report.destinations) + unread(report.addresses);
+}
+
+} // namespace
+
 std::vector<std::string> counting_problems(const RunReport &report)
 {
     std::vector<std::string> problems;
     if (const uint64_t hits = uncounted_hits(report); hits > 0)
         problems.push_back(counted(hits, "hit", "hits") + " of rows that name no counter");
+    if (const uint64_t unread = unread_entries(report); unread > 0)
+        problems.push_back("the counters of " + counted(unread, "entry", "entries") +
+                           " could not be read at the end");
     // Entries that share counters each show what all of them counted: nothing to hold against it.
     if (shares_counters(report.card))
         return problems;
