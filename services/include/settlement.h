@@ -21,6 +21,9 @@ struct SettlementInput {
 struct Settlement {
     std::vector<std::string> done; // in words for a person, in order
     std::vector<std::string> left; // differences that are still there
+    // Pointers in the shadow DB lead out of shared memory or round in a circle. Nothing was
+    // touched, and neither the library nor a service may follow them: the host must not go on.
+    bool is_damaged = false;
     bool settled() const { return left.empty(); }
 };
 

@@ -60,6 +60,8 @@ public:
                 settle_rows(*entry);
             free_leaked_counters();
             free_empty_entries();
+        } else {
+            words_.damaged();
         }
         input_.run_events();
         for (const Finding &finding : audit(audited_).findings)
@@ -71,13 +73,15 @@ private:
     // ---- what follows from the chains
 
     // Returns false when a chain is broken. Then nobody knows which entries there are, and nothing
-    // may be taken from the hardware for want of one.
+    // may be taken from the hardware for want of one. Nor may a counter be taken or given back in
+    // a bitmap that is not there.
     bool mend_what_follows_from_the_chains()
     {
         AuditReport report;
         ShadowWalk walk(audited_, report);
         entries_ = walk.run();
-        if (!walk.chains_are_whole())
+        if (!walk.chains_are_whole() ||
+            !walk.bitmaps_are_readable(audited_.num_nps, region_.words()))
             return false;
         for_each_main([this](uint32_t key, main_entry &main) {
             main.uidb_index = static_cast<uint16_t>(key);

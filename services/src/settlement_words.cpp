@@ -24,6 +24,7 @@ Settlement SettlementWords::settlement() const
                 ", and " + std::to_string(deed.count - deed.first.size()) + " more";
     }
     settlement.left = left_;
+    settlement.is_damaged = is_damaged_;
     return settlement;
 }
 

@@ -12,6 +12,7 @@ class SettlementWords {
 public:
     void done(const std::string &what, const std::string &to_what);
     void left(const std::string &text) { left_.push_back(text); }
+    void damaged() { is_damaged_ = true; }
     Settlement settlement() const;
 
 private:
@@ -23,6 +24,7 @@ private:
     };
     std::vector<Deed> deeds_; // by when the first was done
     std::vector<std::string> left_;
+    bool is_damaged_ = false;
 };
 
 } // namespace services

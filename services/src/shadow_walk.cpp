@@ -56,6 +56,16 @@ std::vector<StoredEntry> ShadowWalk::run()
     return std::move(entries_);
 }
 
+bool ShadowWalk::bitmaps_are_readable(uint32_t nps, uint32_t words) const
+{
+    for (uint32_t np = 0; has_root_ && np < nps; ++np) {
+        const uint32_t *bitmap = root_.counters[np];
+        if (bitmap != nullptr && !readable(bitmap, words * sizeof *bitmap, alignof(uint32_t)))
+            return false;
+    }
+    return true;
+}
+
 const uint32_t *ShadowWalk::bitmap(uint32_t np, uint32_t words)
 {
     const uint32_t *bitmap = has_root_ ? root_.counters[np] : nullptr;

@@ -25,6 +25,7 @@ public:
     std::vector<StoredEntry> run();
     // Every node that there is was reached, so whatever is wrong follows from the chains.
     bool chains_are_whole() const { return whole_; }
+    bool bitmaps_are_readable(uint32_t nps, uint32_t words) const;
 
     // Null when the NP has no bitmap that could be read.
     const uint32_t *bitmap(uint32_t np, uint32_t words);

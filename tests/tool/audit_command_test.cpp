@@ -376,4 +376,29 @@ TEST_F(AuditCommand, SeesWhatTheNextRunCouldNotSettle)
     EXPECT_EQ(audit().exit_code, 1);
 }
 
+TEST_F(AuditCommand, FindsWhatTheNextRunRefusesToFollow)
+{
+    const std::function<void(shadow_db &)> damages[] = {
+        [](shadow_db &root) {
+            root.main_table[1]->table_array[0].first->next =
+                reinterpret_cast<list_link *>(0x31a7d505f5e3f286);
+        },
+        [](shadow_db &root) { root.counters[1] = reinterpret_cast<uint32_t *>(0x7eac00000000); },
+    };
+    for (const auto &damage : damages) {
+        disturb([&damage](shadow_db &root, vlc::NpStore &) { damage(root); });
+        const auto before = contents();
+        const Outcome run = inlinectl({"run", "--state", state, "--pcap", capture});
+        EXPECT_EQ(run.exit_code, 2);
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err, "inlinectl: /tmp/state: the shadow DB there is damaged and was left as "
+                           "it is; see 'inlinectl audit'\n");
+        const auto after = contents();
+        EXPECT_EQ(after.at("np0"), before.at("np0"));
+        EXPECT_EQ(audit().exit_code, 1);
+        fs::remove_all(state);
+        EXPECT_EQ(inlinectl({"run", "--state", state, "--pcap", capture}).exit_code, 0);
+    }
+}
+
 } // namespace

@@ -143,6 +143,10 @@ private:
                                                .in_shared_memory = in_window(card_.window()),
                                                .hardware = &hardware,
                                                .run_events = [this] { settle(); }});
+        if (report_.settlement.is_damaged)
+            throw vlc::StateError(options_.state_directory->string() +
+                                  ": the shadow DB there is damaged and was left as it is; see "
+                                  "'inlinectl audit'");
         constexpr size_t told = 5; // the audit has them all
         const std::vector<std::string> &left = report_.settlement.left;
         for (size_t i = 0; i < std::min(told, left.size()); ++i)
