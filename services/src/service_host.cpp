@@ -32,6 +32,8 @@ void ServiceHost::find_or_make_root()
     void *block = nullptr;
     require_success("shmwin_malloc of the shadow DB's root",
                     shmwin_malloc(handles_.window_id, sizeof(shadow_db), &block));
+    if (block == nullptr)
+        throw ServiceError("shmwin_malloc of the shadow DB's root gave no block");
     std::memset(block, 0, sizeof(shadow_db));
     // Only now: a root that is found is a root that was zeroed.
     handles_.root = static_cast<shadow_db *>(block);

@@ -100,6 +100,21 @@ TEST_F(ServiceHostStart, NamesTheStepThatFailedWithItsCode)
     }
 }
 
+TEST_F(ServiceHostStart, TakesNoRootThatIsNotThere)
+{
+    vlc::set_service_tap([](const vlc::ServiceCall &call) -> std::optional<uint64_t> {
+        if (std::strcmp(call.service, "shmwin_malloc") == 0)
+            return 0;
+        return std::nullopt;
+    });
+    try {
+        start_host();
+        FAIL() << "it started without a root";
+    } catch (const ServiceError &error) {
+        EXPECT_STREQ(error.what(), "shmwin_malloc of the shadow DB's root gave no block");
+    }
+}
+
 TEST_F(ServiceHostStart, RefusesACardWithoutNps)
 {
     services::HostHandles handles = handles_of(*card);
