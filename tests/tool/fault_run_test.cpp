@@ -2,6 +2,7 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -128,6 +129,36 @@ TEST_F(FaultRuns, ThatDoNotReachTheirReportSayItOnStandardError)
               "   1        1      1  no-memory  match 1  shmwin_malloc\n"
               "inlinectl: shmwin_malloc of the shadow DB's root failed: Cannot allocate memory "
               "(code 12)\n");
+}
+
+TEST_F(FaultRuns, ThatTheLibraryEndsSaySo)
+{
+    const Outcome outcome = run_with("[[rule]]\nservice = 'shmwin_malloc'\naction = 'no-memory'\n"
+                                     "from = 3\n");
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err,
+              "Faults of /tmp/plan.toml, seed 0\n"
+              "line  matched  fired  action     trigger       service\n"
+              "   1        4      2  no-memory  from match 3  shmwin_malloc\n"
+              "inlinectl: the library ended the process: it could not register with PRM; its log "
+              "says why\n");
+}
+
+// Each connection-up makes PRM restart, and so the next connection-up.
+TEST_F(FaultRuns, ThatNeverComeToAnEndAreInterruptedByOneSignal)
+{
+    std::ofstream(plan) << "[[rule]]\nservice = 'prm_srh_set_name'\naction = 'restart'\n";
+    const Outcome outcome =
+        test::run_program({.program = INLINECTL,
+                           .arguments = {"run", "--pcap", capture, "--fault", plan},
+                           .while_it_runs = [](pid_t run) {
+                               std::this_thread::sleep_for(std::chrono::milliseconds(500));
+                               kill(run, SIGINT);
+                           }});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_NE(outcome.err.find("inlinectl: interrupted\n"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.out.find("Faults of /tmp/plan.toml"), std::string::npos) << outcome.out;
 }
 
 TEST_F(FaultRuns, AreKilledWhereThePlanSaysSo)

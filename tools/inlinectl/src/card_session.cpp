@@ -1,16 +1,16 @@
 #include "card_session.h"
 
-#include <optional>
-
 #include "interrupt.h"
 
 namespace inlinectl {
 
 bool CardSession::run_until(const std::function<bool()> &done)
 {
-    using Clock = std::chrono::steady_clock;
-    if (!card_.is_distant())
-        return card_.events().run_until(done);
+    bool is_done = false;
+    if (!card_.is_distant()) {
+        card_.events().run_until([&] { return (is_done = done()) || interrupted(); });
+        return is_done;
+    }
     std::optional<Clock::time_point> away_since;
     const auto is_over = [&] {
         if (!card_.card_is_away())
@@ -22,7 +22,6 @@ bool CardSession::run_until(const std::function<bool()> &done)
     };
     // A signal wakes the waiting.
     card_.events().watch_readable(interrupt_descriptor(), [] {});
-    bool is_done = false;
     card_.events().run_until([&] { return (is_done = done()) || is_over(); });
     card_.events().unwatch(interrupt_descriptor());
     return is_done;
@@ -41,8 +40,23 @@ void CardSession::let_everything_arrive()
 {
     wait_for_card();
     do {
-        card_.events().run_until_idle();
-    } while (card_.access().settle());
+        run_what_is_ready();
+    } while (!must_end() && card_.access().settle());
+}
+
+void CardSession::run_what_is_ready()
+{
+    while (!must_end() && card_.events().step())
+        continue;
+}
+
+bool CardSession::must_end()
+{
+    if (!interrupted())
+        return false;
+    if (!interrupted_at_)
+        interrupted_at_ = Clock::now();
+    return Clock::now() - *interrupted_at_ >= patience_when_interrupted;
 }
 
 } // namespace inlinectl

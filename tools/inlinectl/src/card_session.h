@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <functional>
+#include <optional>
 
 #include "vlc/virtual_line_card.h"
 
@@ -12,6 +13,9 @@ class CardSession {
 public:
     // How long a card that is away is waited for.
     static constexpr std::chrono::seconds patience{10};
+    // How long an interrupted run still takes in what the card says: a fault plan may make it say
+    // something new for ever.
+    static constexpr std::chrono::seconds patience_when_interrupted{1};
 
     explicit CardSession(vlc::VirtualLineCard &card) : card_(card) {}
 
@@ -19,13 +23,19 @@ public:
     bool wait_for_card();
     // Runs the card's events until all that the card has said has reached the library.
     void let_everything_arrive();
+    void run_what_is_ready(); // the same without asking a card in another process
     // Runs events until `done` holds. False when it cannot come to hold, the run is interrupted, or
     // the card stays away.
     bool run_until(const std::function<bool()> &done);
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    bool must_end();
+
     vlc::VirtualLineCard &card_;
     bool was_given_up_ = false;
+    std::optional<Clock::time_point> interrupted_at_; // when it was noticed
 };
 
 } // namespace inlinectl

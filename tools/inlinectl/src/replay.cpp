@@ -30,7 +30,7 @@ public:
                 throw vlc::StateError("the card went away and did not come back");
             if (packets_ % packets_between_looks != 0)
                 continue;
-            card_.events().run_until_idle();
+            session_.run_what_is_ready();
             progress_.show("replaying",
                            (static_cast<double>(place) + reader.progress()) /
                                static_cast<double>(captures),

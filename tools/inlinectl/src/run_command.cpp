@@ -14,6 +14,7 @@
 #include "evidence.h"
 #include "exit_code.h"
 #include "interrupt.h"
+#include "library_exit.h"
 #include "numbers.h"
 #include "progress.h"
 #include "replay.h"
@@ -262,11 +263,20 @@ int perform_run(const RunOptions &options)
     const std::filesystem::path &directory =
         options.state_directory ? *options.state_directory : temporary->path();
     Run run(options, input, progress, directory);
+    const auto say_faults = [&run] {
+        if (const auto faults = run.faults())
+            write_fault_text(std::cerr, *faults, Style());
+    };
+    const LibraryExitWatch watch([&] {
+        progress.clear();
+        say_faults();
+        std::fprintf(stderr, "inlinectl: the library ended the process: it could not register with "
+                             "PRM; its log says why\n");
+    });
     try {
         return show(options, run.perform());
     } catch (const std::exception &) {
-        if (const auto faults = run.faults())
-            write_fault_text(std::cerr, *faults, Style());
+        say_faults();
         throw;
     }
 }
