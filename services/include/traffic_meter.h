@@ -87,6 +87,7 @@ public:
     // counted before this start is known modulo 2^32. An entry whose counters cannot all be read
     // keeps its counts, and the next pass makes up for it.
     void collect();
+    bool has_unread() const; // entries, in the last pass
 
     std::vector<MeterEntry> entries() const; // by table, then destination
     uint32_t key() const { return key_; }

@@ -293,6 +293,11 @@ void TrafficMeter::take_in(Entry &entry, const Reading &now)
     entry.measured = true;
 }
 
+bool TrafficMeter::has_unread() const
+{
+    return std::ranges::any_of(entries_, [](const auto &item) { return item.second.unread; });
+}
+
 std::vector<MeterEntry> TrafficMeter::entries() const
 {
     std::vector<MeterEntry> report;

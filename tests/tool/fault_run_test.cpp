@@ -145,6 +145,16 @@ TEST_F(FaultRuns, ThatTheLibraryEndsSaySo)
               "says why\n");
 }
 
+// Twenty reads clear the new counters; the next that fail are of the pass that the counts begin at.
+TEST_F(FaultRuns, CountRightWhenTheStartingPointCannotBeReadAtOnce)
+{
+    const std::string refused = "[[rule]]\nservice = 'prm_stats_cl_read'\naction = 'return'\n"
+                                "code = 5\nlimit = ";
+    const Outcome outcome = run_with(refused + "24\n", {"--json"});
+    EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+    EXPECT_EQ(json::parse(outcome.out)["destinations"].size(), 3u);
+}
+
 // Each connection-up makes PRM restart, and so the next connection-up.
 TEST_F(FaultRuns, ThatNeverComeToAnEndAreInterruptedByOneSignal)
 {

@@ -201,6 +201,10 @@ TEST_F(Meter, SaysWhichEntriesItCouldNotRead)
     meter->collect();
     EXPECT_TRUE(destination(address_1, 1).unread);
     EXPECT_TRUE(address(address_1).unread);
+    EXPECT_TRUE(meter->has_unread());
+    vlc::set_service_tap({});
+    meter->collect();
+    EXPECT_FALSE(meter->has_unread());
 }
 
 TEST_F(Meter, BeginsAnewBehindCountersThatWereCleared)

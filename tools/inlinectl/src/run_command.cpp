@@ -183,6 +183,9 @@ private:
 
     void replay_captures()
     {
+        settle();
+        if (meter_->has_unread()) // the card was away: entries have no starting point yet
+            meter_->collect();
         Replayed replayed = replay(card_, session_, *meter_, options_.captures, progress_);
         report_.traffic = std::move(replayed.traffic.totals);
         if (const uint64_t lost = replayed.traffic.undelivered; lost > 0)
