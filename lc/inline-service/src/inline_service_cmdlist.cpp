@@ -57,10 +57,14 @@ void take_bytes(app_node *node, const command_input &in)
     memcpy(node->result, in.result, in.result_len);
 }
 
-// Null when the pair is unbound, or bound and nothing is stored.
-main_entry *stored_for(uint32_t app_type, uint32_t app_id)
+uint32_t key_of(uint32_t app_type, uint32_t app_id)
 {
-    const uint32_t key = inline_shadow_db_appid_to_key(static_cast<int32_t>(app_type), app_id);
+    return inline_shadow_db_appid_to_key(static_cast<int32_t>(app_type), app_id);
+}
+
+// Null when the key is unbound, or bound and nothing is stored.
+main_entry *stored_under(uint32_t key)
+{
     return is_bound(key) ? inline_svc_shadow_db_query_main(key) : nullptr;
 }
 
@@ -81,7 +85,7 @@ void plm_inline_disable_hardware_programming(void)
 uint64_t plm_inline_init_cmd_list(uint32_t /*list*/, uint32_t app_type, uint32_t app_id,
                                   uint32_t app_ID, uint32_t app_param, uint16_t entry_tag)
 {
-    const uint32_t key = inline_shadow_db_appid_to_key(static_cast<int32_t>(app_type), app_id);
+    const uint32_t key = key_of(app_type, app_id);
     if (!is_bound(key))
         return COMMAND_LIST_UNBOUND;
     the_list = {};
@@ -148,7 +152,7 @@ void plm_inline_program_list_to_hardware(uint32_t /*list*/)
 
 void plm_inline_delete_list_from_hardware(uint32_t app_type, uint32_t app_id)
 {
-    const uint32_t key = inline_shadow_db_appid_to_key(static_cast<int32_t>(app_type), app_id);
+    const uint32_t key = key_of(app_type, app_id);
     if (!programming_enabled || !is_bound(key))
         return;
     action_array batch = {};
@@ -164,7 +168,8 @@ void plm_inline_program_entry_in_hardware_list(uint32_t app_type, uint32_t app_i
 {
     if (!programming_enabled)
         return;
-    main_entry *main = stored_for(app_type, app_id);
+    const uint32_t key = key_of(app_type, app_id);
+    main_entry *main = stored_under(key);
     if (main == nullptr)
         return;
     if (in != nullptr && !fits(*in)) {
@@ -172,7 +177,7 @@ void plm_inline_program_entry_in_hardware_list(uint32_t app_type, uint32_t app_i
         return;
     }
     action_array batch = {};
-    batch.uidb_index = main->uidb_index;
+    batch.uidb_index = static_cast<uint16_t>(key); // not the entry's word, which may be damaged
     batch.app_ID = main->app_ID;
     batch.app_param = main->entry_version;
     batch.entry_tag = main->entry_tag;
@@ -203,7 +208,7 @@ void plm_inline_program_entry_in_hardware_list(uint32_t app_type, uint32_t app_i
 uint32_t plm_inline_is_list_in_hardware_uidb(uint32_t app_type, uint32_t app_id, uint32_t *word_out,
                                              uint16_t *uidb_out)
 {
-    const main_entry *main = stored_for(app_type, app_id);
+    const main_entry *main = stored_under(key_of(app_type, app_id));
     if (main == nullptr)
         return 0;
     if (word_out != nullptr)
