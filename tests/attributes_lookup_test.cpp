@@ -1,6 +1,7 @@
 // Lookups behind the attributes: a slot's infrastructure endpoint, an interface's PIC, a VRF's
 // table.
 #include <cstdlib>
+#include <malloc.h>
 
 #include "attribute_fixture.h"
 #include "platform_interfaces.h"
@@ -404,6 +405,21 @@ TEST_F(Pic, WhatTakingItOutCameToIsNotLookedAt)
     services.force("imc_gdp_pic_get", refusal);
     EXPECT_EQ(inline_api_get_pic(known_interface, &pic), 0u);
     EXPECT_EQ(pic, 0xEEEEEEEEu);
+}
+
+TEST_F(Pic, TheQuerysBufferIsGivenBack)
+{
+    constexpr size_t buffer_bytes = 65536;
+    services.script("imc_s_attr_query", [](const vlc::ServiceCall &call) {
+        auto *words = reinterpret_cast<uint64_t *>(call.args[6]);
+        words[0] = 1;
+        words[1] = address(calloc(1, buffer_bytes));
+        return std::optional<uint64_t>(0);
+    });
+    const size_t before = mallinfo2().uordblks;
+    for (int call = 0; call < 100; ++call)
+        EXPECT_EQ(inline_api_get_pic(known_interface, &pic), 0u);
+    EXPECT_LT(mallinfo2().uordblks, before + 10 * buffer_bytes);
 }
 
 TEST_F(Pic, AnAnswerWithoutABufferIsTaken)
