@@ -65,6 +65,9 @@ ordered_json traffic_json(const RunReport &report)
         nps.push_back({{"np", np},
                        {"packets", traffic.nps[np].packets},
                        {"bytes", traffic.nps[np].bytes},
+                       {"encapsulated", count_json({traffic.nps[np].encapsulated_packets,
+                                                    traffic.nps[np].encapsulated_bytes})},
+                       {"too_long", traffic.nps[np].too_long_packets},
                        {"uncounted_hits", traffic.nps[np].uncounted_hits}});
     ordered_json unreadable = ordered_json::array();
     for (size_t reason = 0; reason < traffic.unreadable.size(); ++reason) {
@@ -77,6 +80,7 @@ ordered_json traffic_json(const RunReport &report)
             {"packets", traffic.packets},
             {"bytes", traffic.bytes},
             {"interrupted", report.interrupted},
+            {"output", report.output ? ordered_json(report.output->string()) : nullptr},
             {"missed", count_json({traffic.missed_packets, traffic.missed_bytes})},
             {"unreadable", unreadable},
             {"nps", nps}};

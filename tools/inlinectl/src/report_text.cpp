@@ -186,6 +186,8 @@ private:
         if (report_.replayed()) {
             add("counted by destination", sum_of_run(report_.destinations));
             add("counted by address", sum_of_run(report_.addresses));
+            if (const vlc::NpTotals sent = encapsulated(report_); sent.encapsulated_packets > 0)
+                add("encapsulated", {sent.encapsulated_packets, sent.encapsulated_bytes});
             add("hit nothing", {report_.traffic.missed_packets, report_.traffic.missed_bytes});
             const auto add_packets = [&sums](const char *what, uint64_t packets) {
                 if (packets > 0)
@@ -194,6 +196,7 @@ private:
             add_packets("missed by destination",
                         traffic_of(report_, vlc::TableKind::service_config).misses);
             add_packets("missed by address", traffic_of(report_, vlc::TableKind::ext_conf).misses);
+            add_packets("too long to be encapsulated", encapsulated(report_).too_long_packets);
             add_packets("hit and not counted", uncounted_hits(report_));
         }
         if (count_entries(report_).found > 0) {

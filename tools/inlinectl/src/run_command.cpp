@@ -27,6 +27,7 @@
 #include "temporary_directory.h"
 #include "terminal.h"
 #include "traffic_meter.h"
+#include "vlc/capture_writer.h"
 #include "vlc/faults.h"
 #include "vlc/state_directory.h"
 #include "vlc/state_error.h"
@@ -92,11 +93,19 @@ std::unique_ptr<vlc::Faults> attached_faults(const std::optional<vlc::FaultPlan>
     return faults;
 }
 
+// Nothing when none is wanted.
+std::optional<vlc::CaptureWriter> output_of(const RunOptions &options)
+{
+    if (!options.output_file)
+        return std::nullopt;
+    return std::optional<vlc::CaptureWriter>(std::in_place, *options.output_file);
+}
+
 class Run {
 public:
     Run(const RunOptions &options, const RunInput &input, Progress &progress,
         const std::filesystem::path &state_directory)
-        : options_(options), input_(input), progress_(progress),
+        : options_(options), input_(input), progress_(progress), output_(output_of(options)),
           owned_card_(card_of(options, input, state_directory)), card_(*owned_card_),
           session_(card_), faults_(attached_faults(input.faults, card_)),
           host_(handles_of(card_, session_)), evidence_(options.state_directory)
@@ -105,6 +114,7 @@ public:
             [this](const prm_async_response &answer) { evidence_.notice(answer); });
         report_.card = input.card;
         report_.captures = options.captures.size();
+        report_.output = options.output_file;
     }
 
     RunReport perform()
@@ -186,6 +196,9 @@ private:
         settle();
         if (meter_->has_unread()) // the card was away: entries have no starting point yet
             meter_->collect();
+        if (output_)
+            card_.access().on_output(
+                [this](const vlc::EncapsulatedPacket &packet) { output_->write(packet); });
         Replayed replayed = replay(card_, session_, *meter_, options_.captures, progress_);
         report_.traffic = std::move(replayed.traffic.totals);
         if (const uint64_t lost = replayed.traffic.undelivered; lost > 0)
@@ -193,6 +206,19 @@ private:
                                        " did not reach the card, or nobody knows whether");
         if (!replayed.failure.empty())
             report_.problems.push_back(std::move(replayed.failure));
+        finish_output();
+    }
+
+    void finish_output()
+    {
+        if (!output_)
+            return;
+        card_.access().on_output({});
+        try {
+            output_->finish();
+        } catch (const vlc::StateError &unwritten) {
+            report_.problems.emplace_back(unwritten.what());
+        }
     }
 
     void conclude()
@@ -227,6 +253,7 @@ private:
     const RunOptions &options_;
     const RunInput &input_;
     Progress &progress_;
+    std::optional<vlc::CaptureWriter> output_;
     std::unique_ptr<vlc::VirtualLineCard> owned_card_;
     vlc::VirtualLineCard &card_;
     CardSession session_;

@@ -19,6 +19,8 @@ constexpr const char *examples =
     "    inlinectl run --scenario entries.toml --pcap capture.pcap --json\n"
     "  Lose and delay some of the hardware's answers:\n"
     "    inlinectl run --pcap capture.pcap --fault faults/answers.toml\n"
+    "  Write what virtual services encapsulate, see 'inlinectl vservice --help':\n"
+    "    inlinectl run --state card --pcap capture.pcap --output out.pcap\n"
     "  On a card that runs by itself, see 'inlinectl card --help':\n"
     "    inlinectl run --connect /tmp/card.sock --state host --pcap capture.pcap\n"
     "\n"
@@ -53,6 +55,9 @@ void declare_run_options(CLI::App &run, RunOptions &options)
     run.add_option("--state", options.state_directory,
                    "Keep the card here, or go on with the one here")
         ->type_name("DIR");
+    run.add_option("--output", options.output_file,
+                   "Write what the card encapsulates to this capture")
+        ->type_name("FILE");
     run.add_option("--fault", options.fault_file, "What goes wrong meanwhile: a fault plan (TOML)")
         ->type_name("FILE");
     run.add_flag("--json", options.json, "Write the report as one JSON object");
@@ -64,6 +69,14 @@ void check_run_options(const RunOptions &options)
 {
     if (options.captures.empty() && !options.scenario_file && !options.state_directory)
         throw UsageError("nothing to run: give --pcap, --scenario or --state");
+    if (options.output_file && options.captures.empty())
+        throw UsageError("nothing goes out without traffic: give --pcap beside --output");
+    for (const std::filesystem::path &capture : options.captures) {
+        std::error_code error;
+        if (options.output_file &&
+            std::filesystem::equivalent(*options.output_file, capture, error))
+            throw UsageError("--output would overwrite the capture " + capture.string());
+    }
 }
 
 } // namespace inlinectl

@@ -19,6 +19,7 @@ struct RunOptions {
     std::optional<std::filesystem::path> scenario_file;
     std::optional<std::filesystem::path> state_directory;
     std::optional<std::filesystem::path> fault_file;
+    std::optional<std::filesystem::path> output_file; // what the card sends out
     std::vector<std::filesystem::path> captures;
     bool json = false;
     bool quiet = false;

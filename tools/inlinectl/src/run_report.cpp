@@ -64,7 +64,18 @@ TableTraffic traffic_of(const RunReport &report, vlc::TableKind table)
     for (const vlc::NpTotals &np : report.traffic.nps) {
         const uint64_t hits = np.hits[static_cast<size_t>(table)];
         sum.hits += hits;
-        sum.misses += np.packets - hits;
+        sum.misses += np.packets - np.encapsulated_packets - np.too_long_packets - hits;
+    }
+    return sum;
+}
+
+vlc::NpTotals encapsulated(const RunReport &report)
+{
+    vlc::NpTotals sum;
+    for (const vlc::NpTotals &np : report.traffic.nps) {
+        sum.encapsulated_packets += np.encapsulated_packets;
+        sum.encapsulated_bytes += np.encapsulated_bytes;
+        sum.too_long_packets += np.too_long_packets;
     }
     return sum;
 }
@@ -92,6 +103,9 @@ uint64_t unread_entries(const RunReport &report)
 std::vector<std::string> counting_problems(const RunReport &report)
 {
     std::vector<std::string> problems;
+    if (const uint64_t packets = encapsulated(report).too_long_packets; packets > 0)
+        problems.push_back(counted(packets, "packet was", "packets were") +
+                           " too long to be encapsulated and were dropped");
     if (const uint64_t hits = uncounted_hits(report); hits > 0)
         problems.push_back(counted(hits, "hit", "hits") + " of rows that name no counter");
     if (const uint64_t unread = unread_entries(report); unread > 0)

@@ -25,6 +25,7 @@ struct RunReport {
     std::vector<services::MeterEntry> destinations; // most bytes first
     std::vector<services::MeterEntry> addresses;
     size_t captures = 0;
+    std::optional<std::filesystem::path> output; // where encapsulated packets went
     vlc::DataPlaneTotals traffic;
     vlc::PrmLedger::Sums requests{};
     HardwareFailures failures;
@@ -65,7 +66,8 @@ struct TableTraffic {
     uint64_t misses = 0;
 };
 TableTraffic traffic_of(const RunReport &report, vlc::TableKind table);
-uint64_t uncounted_hits(const RunReport &report); // of rows that name no counter
+vlc::NpTotals encapsulated(const RunReport &report); // of all NPs; nothing else is set
+uint64_t uncounted_hits(const RunReport &report);    // of rows that name no counter
 
 // One line for each way in which the entries' counts are short of the traffic.
 std::vector<std::string> counting_problems(const RunReport &report);

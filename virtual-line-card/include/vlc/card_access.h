@@ -26,11 +26,15 @@ public:
 class CardAccess {
 public:
     using VisitRow = std::function<void(const TableRow &row)>;
+    using VisitHits = std::function<void(const TableRow &row, const PacketCount &hits)>;
     using VisitAnswer = std::function<void(uint32_t handle, const StoredAnswer &answer)>;
 
     virtual ~CardAccess() = default;
     virtual const CardConfig &config() const = 0;
     virtual void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) = 0;
+    // With what each row has counted since it was added: packets that hit it, and their bytes on
+    // the wire; of a row that encapsulates, the bytes that left.
+    virtual void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) = 0;
     // Of every handle, the oldest of each first.
     virtual void for_each_unread_answer(const VisitAnswer &visit) = 0;
     // By the counter's place in the bank, 0 to CounterBank::count - 1.
@@ -44,6 +48,8 @@ public:
     // Returns false when it was the first of some that did not reach the card: its connection is
     // broken, and may come back.
     virtual bool process(const CapturedPacket &packet) = 0;
+    // Where packets go that the card encapsulates, in order, at the latest with traffic().
+    virtual void on_output(Output output) = 0;
     struct Traffic {
         DataPlaneTotals totals;   // of the packets that were given in here
         uint64_t undelivered = 0; // did not reach the card, or nobody knows whether

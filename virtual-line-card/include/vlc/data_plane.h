@@ -6,6 +6,8 @@
 #include <vector>
 
 #include "vlc/card_config.h"
+#include "vlc/encapsulated_packet.h"
+#include "vlc/interface_map.h"
 #include "vlc/np_store.h"
 #include "vlc/packet.h"
 
@@ -16,6 +18,11 @@ struct NpTotals {
     uint64_t bytes = 0;
     uint64_t hits[table_kinds] = {};
     uint64_t uncounted_hits = 0; // the entry's result carries no counter of the region
+    // Packets that left encapsulated instead of being looked up further, and those that no IPv4
+    // packet can hold, which are dropped.
+    uint64_t encapsulated_packets = 0;
+    uint64_t encapsulated_bytes = 0; // as they left
+    uint64_t too_long_packets = 0;
 };
 
 struct DataPlaneTotals {
@@ -31,15 +38,26 @@ struct DataPlaneTotals {
 
 class DataPlane {
 public:
+    DataPlane(const DataPlane &) = delete;
+    DataPlane &operator=(const DataPlane &) = delete;
     DataPlane(NpStore &nps, const CardConfig &config);
     void process(const CapturedPacket &packet) noexcept;
+    void on_output(Output output) { output_ = std::move(output); } // must not throw
+    void start_over();                                             // the totals
     const DataPlaneTotals &totals() const { return totals_; }
     uint32_t np_of(const FiveTuple &tuple) const noexcept; // a hash of the 5-tuple
 
 private:
+    enum class Fate { goes_on, encapsulated };
+    Fate meet_service(Np &np, NpTotals &totals, const CapturedPacket &packet,
+                      const ParsedPacket &parsed) noexcept;
+
     NpStore &nps_;
+    CardConfig config_;
+    InterfaceMap interfaces_{config_};
     bool unswapped_; // how this card type reads a counter's number in a result
     DataPlaneTotals totals_;
+    Output output_;
 };
 
 // Whether NPs of this card type take the counter in a result without an exchange of its bytes.

@@ -35,10 +35,12 @@ public:
 
     const CardConfig &config() const override { return hardware_.config(); }
     void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) override;
+    void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) override;
     void for_each_unread_answer(const VisitAnswer &visit) override;
     PacketCount counter(uint32_t np, uint32_t place) override;
 
     bool process(const CapturedPacket &packet) override;
+    void on_output(Output output) override { plane_.on_output(std::move(output)); }
     Traffic traffic() override { return {plane_.totals(), 0}; }
     bool settle() override { return false; } // what PRM says is on the event manager at once
 

@@ -39,8 +39,37 @@ static_assert(sizeof(TableRow) == 128);
 
 enum class TableOutcome { done, duplicate, missing, full, too_wide };
 
-// An exact-match table. Each change is one store: a row is filled while nothing refers to it, then
-// its number is put into the index (or taken out), so a kill leaves either the old row or the new.
+struct PacketCount {
+    uint64_t packets;
+    uint64_t bytes;
+    bool operator==(const PacketCount &) const = default;
+};
+
+// A count in a file. Both words change in one store, so a kill cannot part them.
+class CountCell {
+public:
+    void add(uint32_t bytes) noexcept { store(_mm_add_epi64(words_, _mm_set_epi64x(bytes, 1))); }
+    PacketCount read() const noexcept
+    {
+        alignas(16) uint64_t words[2];
+        _mm_store_si128(reinterpret_cast<__m128i *>(words), words_);
+        return {words[0], words[1]};
+    }
+    void clear() noexcept { store(_mm_setzero_si128()); }
+    void take_over(const CountCell &other) noexcept { store(other.words_); }
+
+private:
+    // Volatile, so that no compiler parts or joins these stores.
+    void store(__m128i value) noexcept { *const_cast<volatile __m128i *>(&words_) = value; }
+
+    __m128i words_; // packets in the low half, bytes in the high one
+};
+static_assert(sizeof(CountCell) == sizeof(PacketCount));
+
+// An exact-match table. Each row has a count of the packets that hit it: it begins with the row,
+// stays through its modifies, and goes with it. Each change is one store: a row is filled while
+// nothing refers to it, then its number is put into the index (or taken out), so a kill leaves
+// either the old row or the new.
 class NpTable {
 public:
     static constexpr uint32_t largest_capacity = uint32_t{1} << 20;
@@ -53,13 +82,17 @@ public:
     uint32_t size() const noexcept { return size_; }
     uint32_t capacity() const noexcept { return capacity_; }
     void for_each(const std::function<void(const TableRow &)> &visit) const;
+    // Of a row that find() or for_each() gave.
+    void count_hit(const TableRow &row, uint32_t bytes) noexcept { hits_[&row - rows_].add(bytes); }
+    PacketCount hits(const TableRow &row) const noexcept { return hits_[&row - rows_].read(); }
 
 private:
     friend class Np;
     NpTable() = default;
     static uint64_t bytes_for(uint32_t capacity);
+    static uint64_t hit_bytes_for(uint32_t capacity);
     // Takes the table over as the file holds it. Returns what is wrong with it, or null.
-    const char *attach(std::byte *memory, uint32_t capacity);
+    const char *attach(std::byte *memory, std::byte *hits, uint32_t capacity);
     struct Probe;
     Probe probe(Bytes key) const noexcept;
     uint32_t fill_free_row(uint32_t hash, Bytes key, Bytes result);
@@ -74,16 +107,12 @@ private:
     uint32_t *selector_ = nullptr; // which one: 0 or 1
     uint32_t *index_ = nullptr;    // the one in force; a power of two of entries, see np_table.cpp
     uint32_t index_mask_ = 0;
-    TableRow *rows_ = nullptr; // one more than the capacity, so that modify always has a free one
+    TableRow *rows_ = nullptr;  // one more than the capacity, so that modify always has a free one
+    CountCell *hits_ = nullptr; // one a row
     uint32_t capacity_ = 0;
     uint32_t size_ = 0;
     uint32_t entries_ = 0; // of the index that are not empty: rows and marks of removed ones
     std::vector<uint32_t> free_rows_;
-};
-
-struct PacketCount {
-    uint64_t packets;
-    uint64_t bytes;
 };
 
 // The stateless double counters of an NP.
@@ -94,25 +123,14 @@ public:
 
     // The place of a counter's number, in either byte order of its low three bytes, or -1.
     static int64_t place(uint32_t number) noexcept;
-    // Adds one packet. Both words change in one store, so a kill cannot part them.
-    void add(uint32_t place, uint32_t bytes) noexcept
-    {
-        const __m128i sum = _mm_add_epi64(load(place), _mm_set_epi64x(bytes, 1));
-        store(place, sum);
-    }
-    PacketCount read(uint32_t place) const noexcept;
+    void add(uint32_t place, uint32_t bytes) noexcept { counters_[place].add(bytes); }
+    PacketCount read(uint32_t place) const noexcept { return counters_[place].read(); }
     PacketCount read_and_clear(uint32_t place) noexcept;
     void clear();
 
 private:
     friend class Np;
-    __m128i load(uint32_t place) const noexcept { return counters_[place]; }
-    // Volatile, so that no compiler parts or joins these stores.
-    void store(uint32_t place, __m128i value) noexcept
-    {
-        *const_cast<volatile __m128i *>(counters_ + place) = value;
-    }
-    __m128i *counters_ = nullptr; // packets in the low half, bytes in the high one
+    CountCell *counters_ = nullptr;
 };
 
 class Np {

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <span>
+#include <string_view>
 
 namespace vlc {
 
@@ -14,6 +15,7 @@ struct CapturedPacket {
     std::span<const uint8_t> bytes; // captured; may be fewer than the wire length
     uint32_t wire_length;
     int64_t nanoseconds;
+    std::string_view capture = {}; // the name of its file, without the directory
 };
 
 // Addresses and ports in host byte order. The destination of a packet whose source route is not yet
@@ -45,6 +47,10 @@ struct ParsedPacket {
     uint16_t vlan_id = 0;  // of the outermost tag; 0 without one
     uint8_t tags = 0;      // 255 for more
     bool fragment = false; // any fragment, the first too
+    // The IPv4 packet without its link header and what pads the frame: its captured bytes, and how
+    // many there were on the wire.
+    std::span<const uint8_t> ipv4 = {};
+    uint32_t ipv4_wire_length = 0;
 };
 
 // Any number of 802.1Q and 802.1ad tags, and LLC with or without SNAP. Never reads past the

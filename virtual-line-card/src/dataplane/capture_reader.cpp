@@ -75,6 +75,7 @@ int64_t nanoseconds(const timeval &stamp)
 
 struct CaptureReader::State {
     std::filesystem::path path;
+    std::string name; // without the directory
     uint64_t size = 0;
     FILE *file = nullptr; // belongs to pcap
     std::unique_ptr<pcap_t, ClosePcap> pcap;
@@ -86,6 +87,7 @@ struct CaptureReader::State {
 CaptureReader::CaptureReader(const std::filesystem::path &file) : state_(std::make_unique<State>())
 {
     state_->path = file;
+    state_->name = file.filename().string();
     File opened = open_file(file, &state_->size);
     char error[PCAP_ERRBUF_SIZE] = {};
     state_->pcap.reset(
@@ -111,7 +113,8 @@ bool CaptureReader::next(CapturedPacket *packet)
     const int result = pcap_next_ex(state.pcap.get(), &header, &bytes);
     if (result == 1) {
         ++state.packets;
-        *packet = {state.link, {bytes, header->caplen}, header->len, nanoseconds(header->ts)};
+        *packet = {
+            state.link, {bytes, header->caplen}, header->len, nanoseconds(header->ts), state.name};
         return true;
     }
     state.at_end = true;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <bit>
 
+#include "encapsulation_layout.h"
 #include "lookup_keys.h"
 
 namespace vlc {
@@ -21,6 +22,8 @@ uint64_t mix(uint64_t word)
     return (word ^ word >> 32) * 0xd6e8feb86659fd93u;
 }
 
+static_assert(InterfaceConfig::first_vservice_key == lookup_keys::first_vservice_key);
+
 constexpr size_t action_place = 0;
 constexpr size_t counter_place = 1;
 constexpr size_t counter_bytes = 3;
@@ -34,6 +37,7 @@ bool look_up(Np &np, NpTotals &totals, TableKind kind, Bytes key, bool unswapped
         return false;
     }
     ++totals.hits[static_cast<size_t>(kind)];
+    np.table(kind).count_hit(*row, wire_length);
     const Bytes result = row->result_span();
     const bool counts = !result.empty() && result[action_place] == lookup_keys::count_action;
     const int64_t place = counts ? CounterBank::place(counter_in_result(result, unswapped)) : -1;
@@ -67,9 +71,15 @@ uint32_t counter_in_result(Bytes result, bool unswapped) noexcept
 }
 
 DataPlane::DataPlane(NpStore &nps, const CardConfig &config)
-    : nps_(nps), unswapped_(takes_counters_unswapped(config.card_type))
+    : nps_(nps), config_(config), unswapped_(takes_counters_unswapped(config.card_type))
 {
     totals_.nps.resize(nps.size());
+}
+
+void DataPlane::start_over()
+{
+    totals_ = {};
+    totals_.nps.resize(nps_.size());
 }
 
 void DataPlaneTotals::add(const DataPlaneTotals &more)
@@ -87,6 +97,9 @@ void DataPlaneTotals::add(const DataPlaneTotals &more)
         for (size_t kind = 0; kind < table_kinds; ++kind)
             nps[np].hits[kind] += more.nps[np].hits[kind];
         nps[np].uncounted_hits += more.nps[np].uncounted_hits;
+        nps[np].encapsulated_packets += more.nps[np].encapsulated_packets;
+        nps[np].encapsulated_bytes += more.nps[np].encapsulated_bytes;
+        nps[np].too_long_packets += more.nps[np].too_long_packets;
     }
 }
 
@@ -98,6 +111,41 @@ uint32_t DataPlane::np_of(const FiveTuple &tuple) const noexcept
     const uint64_t hash = mix(addresses ^ std::rotl(rest * 0x9e3779b97f4a7c15u, 32));
     // The upper half, scaled to the number of NPs: no division on the way of a packet.
     return static_cast<uint32_t>((hash >> 32) * totals_.nps.size() >> 32);
+}
+
+// A packet meets the entry of the interface that it enters on.
+DataPlane::Fate DataPlane::meet_service(Np &np, NpTotals &totals, const CapturedPacket &packet,
+                                        const ParsedPacket &parsed) noexcept
+{
+    const InterfaceConfig *interface = interfaces_.find(packet, parsed);
+    if (interface == nullptr || !interface->key) {
+        return Fate::goes_on;
+    }
+    NpTable &table = np.table(TableKind::service_config);
+    const TableRow *row = table.find(lookup_keys::service_key(*interface->key));
+    if (row == nullptr) {
+        return Fate::goes_on;
+    }
+    const auto wanted = encapsulation_layout::encapsulation_in(row->result_span());
+    if (!wanted) {
+        return Fate::goes_on; // the row says nothing that an NP could do
+    }
+    const uint32_t length = encapsulated_length(parsed);
+    if (length == 0) {
+        ++totals.too_long_packets;
+        return Fate::encapsulated;
+    }
+    table.count_hit(*row, length);
+    ++totals.encapsulated_packets;
+    totals.encapsulated_bytes += length;
+    if (output_) {
+        output_(encapsulate(parsed, packet.nanoseconds,
+                            {.source = wanted->source,
+                             .destination = wanted->destination,
+                             .source_port = wanted->source_port,
+                             .destination_port = wanted->destination_port}));
+    }
+    return Fate::encapsulated;
 }
 
 void DataPlane::process(const CapturedPacket &packet) noexcept
@@ -116,6 +164,9 @@ void DataPlane::process(const CapturedPacket &packet) noexcept
     ++totals.packets;
     totals.bytes += packet.wire_length;
 
+    if (meet_service(np, totals, packet, parsed) == Fate::encapsulated) {
+        return;
+    }
     const auto destination =
         lookup_keys::destination_key(tuple.protocol, tuple.destination, tuple.destination_port);
     const auto address = lookup_keys::address_key(tuple.destination);

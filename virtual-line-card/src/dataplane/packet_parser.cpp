@@ -33,10 +33,19 @@ uint32_t load_32(const uint8_t *at)
 struct Cursor {
     const uint8_t *at;
     const uint8_t *end;
+    size_t wire; // left on the wire; not below left()
 
     size_t left() const { return static_cast<size_t>(end - at); }
-    void skip(size_t bytes) { at += bytes; }
-    void keep(size_t bytes) { end = at + std::min(left(), bytes); }
+    void skip(size_t bytes)
+    {
+        at += bytes;
+        wire -= bytes;
+    }
+    void keep(size_t bytes)
+    {
+        end = at + std::min(left(), bytes);
+        wire = std::min(wire, bytes);
+    }
 };
 
 bool is_tag(uint16_t type)
@@ -220,6 +229,8 @@ Unreadable read_ipv4(Cursor cursor, ParsedPacket &parsed)
     if (total != 0) {
         cursor.keep(total);
     }
+    parsed.ipv4 = {cursor.at, cursor.left()};
+    parsed.ipv4_wire_length = static_cast<uint32_t>(cursor.wire);
     const bool has_ports = tuple.protocol == 6 || tuple.protocol == 17;
     if (has_ports && first && cursor.left() >= header + 4) {
         tuple.source_port = load_16(ip + header);
@@ -238,7 +249,9 @@ const char *unreadable_text(Unreadable reason)
 ParsedPacket parse_packet(const CapturedPacket &packet) noexcept
 {
     ParsedPacket parsed;
-    Cursor cursor{packet.bytes.data(), packet.bytes.data() + packet.bytes.size()};
+    // A record may tell less than was captured; what was captured was on the wire.
+    Cursor cursor{packet.bytes.data(), packet.bytes.data() + packet.bytes.size(),
+                  std::max<size_t>(packet.wire_length, packet.bytes.size())};
     parsed.unreadable = skip_link(packet.link, cursor, parsed);
     if (parsed.unreadable == Unreadable::none) {
         parsed.unreadable = read_ipv4(cursor, parsed);

@@ -62,11 +62,13 @@ constexpr CardRequests::Handler CardRequests::handlers[] = {
     {FrameKind::read_counter, false, &CardRequests::read_counter},
     {FrameKind::packets, false, &CardRequests::packets},
     {FrameKind::rows, true, &CardRequests::rows},
+    {FrameKind::hit_counts, true, &CardRequests::hit_counts},
     {FrameKind::answers, true, &CardRequests::answers},
     {FrameKind::counter, true, &CardRequests::counter},
 };
 
-CardRequests::CardRequests(Hardware &hardware) : hardware_(hardware)
+CardRequests::CardRequests(Hardware &hardware)
+    : hardware_(hardware), plane_(hardware.nps(), hardware.config())
 {
     traffic_.nps.resize(hardware.nps().size());
 }
@@ -169,8 +171,9 @@ void CardRequests::read_counter(WireReader &in, WireWriter &out, const Part &)
     out.number(words[0]).number(words[1]);
 }
 
-void CardRequests::packets(WireReader &in, WireWriter &out, const Part &)
+void CardRequests::packets(WireReader &in, WireWriter &out, const Part &part)
 {
+    const bool is_output_wanted = in.number<uint8_t>() != 0;
     std::vector<CapturedPacket> all;
     while (in.has_more()) {
         CapturedPacket packet{};
@@ -181,11 +184,17 @@ void CardRequests::packets(WireReader &in, WireWriter &out, const Part &)
     }
     if (!in.is_whole())
         return;
-    DataPlane plane(hardware_.nps(), hardware_.config());
+    Parts parts(part);
+    plane_.on_output({});
+    if (is_output_wanted)
+        plane_.on_output([&parts](const EncapsulatedPacket &packet) { parts.add(packet); });
+    plane_.start_over();
     for (const CapturedPacket &packet : all)
-        plane.process(packet);
-    traffic_.add(plane.totals());
-    put(out, plane.totals());
+        plane_.process(packet);
+    plane_.on_output({});
+    parts.finish();
+    traffic_.add(plane_.totals());
+    put(out, plane_.totals());
 }
 
 void CardRequests::rows(WireReader &in, WireWriter &, const Part &part)
@@ -198,6 +207,20 @@ void CardRequests::rows(WireReader &in, WireWriter &, const Part &part)
         return;
     Parts parts(part);
     hardware_.nps()[np].table(table).for_each([&parts](const TableRow &row) { parts.add(row); });
+    parts.finish();
+}
+
+void CardRequests::hit_counts(WireReader &in, WireWriter &, const Part &part)
+{
+    const auto np = in.number<uint32_t>();
+    const auto kind = static_cast<TableKind>(in.number<uint8_t>());
+    if (np >= hardware_.nps().size() || !is_table(kind))
+        in.refuse();
+    if (!in.is_whole())
+        return;
+    Parts parts(part);
+    const NpTable &table = hardware_.nps()[np].table(kind);
+    table.for_each([&](const TableRow &row) { parts.add(row, table.hits(row)); });
     parts.finish();
 }
 

@@ -31,10 +31,12 @@ private:
     void read_counter(WireReader &in, WireWriter &out, const Part &part);
     void packets(WireReader &in, WireWriter &out, const Part &part);
     void rows(WireReader &in, WireWriter &out, const Part &part);
+    void hit_counts(WireReader &in, WireWriter &out, const Part &part);
     void answers(WireReader &in, WireWriter &out, const Part &part);
     void counter(WireReader &in, WireWriter &out, const Part &part);
 
     Hardware &hardware_;
+    DataPlane plane_;
     DataPlaneTotals traffic_;
 };
 

@@ -26,6 +26,7 @@ enum class FrameKind : uint32_t {
     answers,
     counter,
     settle,
+    hit_counts,
     // from the card
     reply = 0x100,
     part,    // of a reply that is longer than a frame: comes before it

@@ -23,6 +23,9 @@ void for_each_number(Totals &totals, const Visit &visit)
         for (auto &hits : np.hits)
             visit(hits);
         visit(np.uncounted_hits);
+        visit(np.encapsulated_packets);
+        visit(np.encapsulated_bytes);
+        visit(np.too_long_packets);
     }
 }
 
@@ -116,6 +119,17 @@ void get(WireReader &reader, TableRow &row)
     reader.into(row.result, row.result_len);
 }
 
+void put(WireWriter &writer, const PacketCount &count)
+{
+    writer.number(count.packets).number(count.bytes);
+}
+
+void get(WireReader &reader, PacketCount &count)
+{
+    reader.into(count.packets);
+    reader.into(count.bytes);
+}
+
 void put(WireWriter &writer, const StoredAnswer &answer)
 {
     writer.number(answer.np).number(answer.flags).number(answer.status).number(answer.refnum);
@@ -152,7 +166,7 @@ void put(WireWriter &writer, const CapturedPacket &packet)
 {
     writer.number(static_cast<uint8_t>(packet.link)).number(packet.wire_length);
     writer.number(packet.nanoseconds).number(static_cast<uint32_t>(packet.bytes.size()));
-    writer.bytes(packet.bytes);
+    writer.bytes(packet.bytes).text(packet.capture);
 }
 
 void get(WireReader &reader, CapturedPacket &packet)
@@ -161,6 +175,23 @@ void get(WireReader &reader, CapturedPacket &packet)
     reader.into(packet.wire_length);
     reader.into(packet.nanoseconds);
     packet.bytes = reader.take(reader.number<uint32_t>());
+    const std::span<const uint8_t> name = reader.take(reader.number<uint32_t>());
+    packet.capture = {reinterpret_cast<const char *>(name.data()), name.size()};
+}
+
+void put(WireWriter &writer, const EncapsulatedPacket &packet)
+{
+    writer.bytes(packet.headers).number(static_cast<uint32_t>(packet.inner.size()));
+    writer.bytes(packet.inner).number(packet.wire_length).number(packet.nanoseconds);
+}
+
+void get(WireReader &reader, EncapsulatedPacket &packet)
+{
+    const std::span<const uint8_t> headers = reader.take(packet.headers.size());
+    std::copy(headers.begin(), headers.end(), packet.headers.begin());
+    packet.inner = reader.take(reader.number<uint32_t>());
+    reader.into(packet.wire_length);
+    reader.into(packet.nanoseconds);
 }
 
 } // namespace vlc

@@ -36,6 +36,8 @@ void put(WireWriter &writer, const prm_async_response &response);
 void get(WireReader &reader, prm_async_response &response);
 void put(WireWriter &writer, const TableRow &row);
 void get(WireReader &reader, TableRow &row);
+void put(WireWriter &writer, const PacketCount &count);
+void get(WireReader &reader, PacketCount &count);
 void put(WireWriter &writer, const StoredAnswer &answer);
 void get(WireReader &reader, StoredAnswer &answer);
 void put(WireWriter &writer, const DataPlaneTotals &totals);
@@ -43,5 +45,7 @@ void get(WireReader &reader, DataPlaneTotals &totals);
 // The bytes of a packet that was read stay where they came from.
 void put(WireWriter &writer, const CapturedPacket &packet);
 void get(WireReader &reader, CapturedPacket &packet);
+void put(WireWriter &writer, const EncapsulatedPacket &packet);
+void get(WireReader &reader, EncapsulatedPacket &packet);
 
 } // namespace vlc

@@ -27,23 +27,46 @@ Payload RemoteCard::look(FrameKind kind, Payload payload,
 
 // What the visitor throws is thrown when the reply is complete, so that the connection is good for
 // more. Things that cannot be read are thrown as such.
-void RemoteCard::for_each_row(uint32_t np, TableKind table, const VisitRow &visit)
+void RemoteCard::look_at_table(FrameKind kind, uint32_t np, TableKind table,
+                               const std::function<void(WireReader &, const TableRow &)> &read)
 {
     if (np >= config().num_nps)
         throw StateError(link_.path().string() + ": its card has no NP " + std::to_string(np));
     std::vector<Payload> parts;
-    look(FrameKind::rows, WireWriter().number(np).number(static_cast<uint8_t>(table)).take(),
+    look(kind, WireWriter().number(np).number(static_cast<uint8_t>(table)).take(),
          [&parts](const Payload &part) { parts.push_back(part); });
     for (const Payload &part : parts) {
         WireReader reader(part);
         while (reader.has_more()) {
             TableRow row;
             get(reader, row);
-            if (!reader.fits())
-                throw StateError(link_.path().string() + ": the card sent a row that cannot be");
-            visit(row);
+            read(reader, row);
         }
     }
+}
+
+void RemoteCard::require_fits(const WireReader &reader, const char *what) const
+{
+    if (!reader.fits())
+        throw StateError(link_.path().string() + ": the card sent " + what + " that cannot be");
+}
+
+void RemoteCard::for_each_row(uint32_t np, TableKind table, const VisitRow &visit)
+{
+    look_at_table(FrameKind::rows, np, table, [&](WireReader &reader, const TableRow &row) {
+        require_fits(reader, "a row");
+        visit(row);
+    });
+}
+
+void RemoteCard::for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit)
+{
+    look_at_table(FrameKind::hit_counts, np, table, [&](WireReader &reader, const TableRow &row) {
+        PacketCount hits{};
+        get(reader, hits);
+        require_fits(reader, "a row");
+        visit(row, hits);
+    });
 }
 
 void RemoteCard::for_each_unread_answer(const VisitAnswer &visit)
@@ -56,9 +79,7 @@ void RemoteCard::for_each_unread_answer(const VisitAnswer &visit)
             const auto handle = reader.number<uint32_t>();
             StoredAnswer answer;
             get(reader, answer);
-            if (!reader.fits())
-                throw StateError(link_.path().string() +
-                                 ": the card sent an answer that cannot be");
+            require_fits(reader, "an answer");
             visit(handle, answer);
         }
     }
@@ -76,8 +97,27 @@ PacketCount RemoteCard::counter(uint32_t np, uint32_t place)
     return {packets, bytes};
 }
 
+void RemoteCard::on_output(Output output)
+{
+    send_packets(); // those of before go where they went
+    output_ = std::move(output);
+}
+
+void RemoteCard::give_out(const Payload &part)
+{
+    WireReader reader(part);
+    while (output_ && reader.has_more()) {
+        EncapsulatedPacket packet{};
+        get(reader, packet);
+        if (reader.fits())
+            output_(packet);
+    }
+}
+
 bool RemoteCard::process(const CapturedPacket &packet)
 {
+    if (waiting_packets_ == 0)
+        waiting_.number(static_cast<uint8_t>(output_ ? 1 : 0));
     put(waiting_, packet);
     ++waiting_packets_;
     return waiting_.size() < batch_bytes || send_packets();
@@ -87,7 +127,9 @@ bool RemoteCard::send_packets()
 {
     if (waiting_packets_ == 0)
         return true;
-    const CardLink::Reply reply = ask_(FrameKind::packets, waiting_.take(), {});
+    std::vector<Payload> parts;
+    const CardLink::Reply reply = ask_(FrameKind::packets, waiting_.take(),
+                                       [&parts](const Payload &part) { parts.push_back(part); });
     waiting_ = {};
     DataPlaneTotals totals;
     WireReader reader(reply.payload);
@@ -98,6 +140,9 @@ bool RemoteCard::send_packets()
     else
         traffic_.undelivered += waiting_packets_;
     waiting_packets_ = 0;
+    // What the card sent of them has left it, also when the connection broke behind it.
+    for (const Payload &part : parts)
+        give_out(part);
     return arrived;
 }
 
@@ -137,6 +182,10 @@ public:
     void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) override
     {
         card_.for_each_row(np, table, visit);
+    }
+    void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) override
+    {
+        card_.for_each_hit_count(np, table, visit);
     }
     void for_each_unread_answer(const VisitAnswer &visit) override
     {

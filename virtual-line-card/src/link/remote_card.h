@@ -15,16 +15,22 @@ public:
 
     const CardConfig &config() const override { return link_.card().config; }
     void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) override;
+    void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) override;
     void for_each_unread_answer(const VisitAnswer &visit) override;
     PacketCount counter(uint32_t np, uint32_t place) override;
 
     bool process(const CapturedPacket &packet) override;
+    void on_output(Output output) override;
     Traffic traffic() override;
     bool settle() override;
 
 private:
     Payload look(FrameKind kind, Payload payload,
                  const std::function<void(const Payload &)> &on_part = {});
+    void look_at_table(FrameKind kind, uint32_t np, TableKind table,
+                       const std::function<void(WireReader &, const TableRow &)> &read);
+    void require_fits(const WireReader &reader, const char *what) const;
+    void give_out(const Payload &part);
     bool send_packets();
 
     const CardLink &link_;
@@ -33,6 +39,7 @@ private:
     uint64_t settled_ = 0;
     WireWriter waiting_;
     uint64_t waiting_packets_ = 0;
+    Output output_;
     Traffic traffic_;
 };
 

@@ -52,6 +52,13 @@ void HardwareAccess::for_each_row(uint32_t np, TableKind table, const VisitRow &
     hardware_.nps()[np].table(table).for_each(visit);
 }
 
+void HardwareAccess::for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit)
+{
+    for_each_row(np, table, [&](const TableRow &row) {
+        visit(row, hardware_.nps()[np].table(table).hits(row));
+    });
+}
+
 void HardwareAccess::for_each_unread_answer(const VisitAnswer &visit)
 {
     hardware_.prm_store().for_each_unread(visit);

@@ -26,6 +26,13 @@ public:
         Np(directory_, checked(np), config()).table(table).for_each(visit);
     }
 
+    void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) override
+    {
+        const Np opened(directory_, checked(np), config());
+        const NpTable &rows = opened.table(table);
+        rows.for_each([&](const TableRow &row) { visit(row, rows.hits(row)); });
+    }
+
     void for_each_unread_answer(const VisitAnswer &visit) override
     {
         PrmStore(directory_).for_each_unread(visit);

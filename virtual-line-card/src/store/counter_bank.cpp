@@ -16,24 +16,17 @@ int64_t CounterBank::place(uint32_t number) noexcept
     return -1;
 }
 
-PacketCount CounterBank::read(uint32_t place) const noexcept
-{
-    alignas(16) uint64_t words[2];
-    _mm_store_si128(reinterpret_cast<__m128i *>(words), load(place));
-    return {words[0], words[1]};
-}
-
 PacketCount CounterBank::read_and_clear(uint32_t place) noexcept
 {
     const PacketCount counted = read(place);
-    store(place, _mm_setzero_si128());
+    counters_[place].clear();
     return counted;
 }
 
 void CounterBank::clear()
 {
     for (uint32_t place = 0; place < count; ++place) {
-        store(place, _mm_setzero_si128());
+        counters_[place].clear();
     }
 }
 

@@ -10,8 +10,9 @@ namespace vlc {
 
 namespace {
 
-constexpr FileKind np_kind{2, 1, "a network processor's"};
+constexpr FileKind np_kind{2, 2, "a network processor's"};
 constexpr uint32_t most_nps = 8;
+constexpr uint64_t counter_bytes = uint64_t{CounterBank::count} * sizeof(CountCell);
 
 enum Geometry { geometry_nps, geometry_number, geometry_service_config, geometry_ext_conf };
 
@@ -57,9 +58,10 @@ struct Np::File {
 
 namespace {
 
-uint64_t np_file_bytes(uint64_t tables)
+// Behind the header: the tables, the counters, and the counts of the tables' rows.
+uint64_t np_file_bytes(uint64_t tables, uint64_t hits)
 {
-    return MappedFile::header_bytes + tables + uint64_t{CounterBank::count} * sizeof(PacketCount);
+    return MappedFile::header_bytes + tables + counter_bytes + hits;
 }
 
 MappedFile open_np(const StateDirectory &directory, uint32_t number, const CardConfig &config,
@@ -93,11 +95,13 @@ Np::Np(const StateDirectory &directory, uint32_t number, const CardConfig &confi
                 NpTable::largest_capacity);
     check_range(directory, "ext conf rows", config.ext_conf_capacity, NpTable::largest_capacity);
     uint64_t table_bytes = 0;
+    uint64_t hit_bytes = 0;
     for (uint32_t kind = 0; kind < table_kinds; ++kind) {
         table_bytes += aligned(NpTable::bytes_for(capacity_of(config, kind)));
+        hit_bytes += aligned(NpTable::hit_bytes_for(capacity_of(config, kind)));
     }
     file_ = std::make_unique<File>(
-        File{open_np(directory, number, config, np_file_bytes(table_bytes))});
+        File{open_np(directory, number, config, np_file_bytes(table_bytes, hit_bytes))});
     const MappedFile &file = file_->mapped;
     const char *wrong = steady_look(
         directory.access(), [&] { return attach(file.data() + MappedFile::header_bytes, config); });
@@ -108,14 +112,20 @@ Np::Np(const StateDirectory &directory, uint32_t number, const CardConfig &confi
 
 const char *Np::attach(std::byte *memory, const CardConfig &config)
 {
+    std::byte *counters = memory;
+    for (uint32_t kind = 0; kind < table_kinds; ++kind) {
+        counters += aligned(NpTable::bytes_for(capacity_of(config, kind)));
+    }
+    std::byte *hits = counters + counter_bytes;
     for (uint32_t kind = 0; kind < table_kinds; ++kind) {
         const uint32_t capacity = capacity_of(config, kind);
-        if (const char *wrong = tables_[kind].attach(memory, capacity)) {
+        if (const char *wrong = tables_[kind].attach(memory, hits, capacity)) {
             return wrong;
         }
         memory += aligned(NpTable::bytes_for(capacity));
+        hits += aligned(NpTable::hit_bytes_for(capacity));
     }
-    counters_.counters_ = object_at<__m128i>(memory, 0);
+    counters_.counters_ = object_at<CountCell>(counters, 0);
     return nullptr;
 }
 

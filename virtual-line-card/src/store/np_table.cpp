@@ -76,6 +76,11 @@ uint64_t NpTable::bytes_for(uint32_t capacity)
     return selector_bytes + indexes + (uint64_t{capacity} + 1) * sizeof(TableRow);
 }
 
+uint64_t NpTable::hit_bytes_for(uint32_t capacity)
+{
+    return (uint64_t{capacity} + 1) * sizeof(CountCell);
+}
+
 uint32_t *NpTable::index_array(uint32_t which) const
 {
     return selector_ + selector_bytes / sizeof(uint32_t) + size_t{which} * (index_mask_ + 1);
@@ -127,6 +132,7 @@ uint32_t NpTable::fill_free_row(uint32_t hash, Bytes key, Bytes result)
     row.result_len = static_cast<uint16_t>(result.size());
     copy(row.key, key);
     copy(row.result, result);
+    hits_[number].clear();
     return number;
 }
 
@@ -165,6 +171,7 @@ TableOutcome NpTable::modify(Bytes key, Bytes result)
     }
     const uint32_t old_row = row_of(index_[at.slot]);
     const uint32_t new_row = fill_free_row(at.hash, key, result);
+    hits_[new_row].take_over(hits_[old_row]);
     publish(index_[at.slot], entry_of(new_row, at.hash));
     free_rows_.push_back(old_row);
     return TableOutcome::done;
@@ -242,8 +249,9 @@ void NpTable::for_each(const std::function<void(const TableRow &)> &visit) const
     }
 }
 
-const char *NpTable::attach(std::byte *memory, uint32_t capacity)
+const char *NpTable::attach(std::byte *memory, std::byte *hits, uint32_t capacity)
 {
+    hits_ = object_at<CountCell>(hits, 0);
     selector_ = object_at<uint32_t>(memory, 0);
     index_mask_ = index_size(capacity) - 1;
     capacity_ = capacity;

@@ -285,6 +285,12 @@ TEST_F(CardServers, ShowAReaderTheRowsAnswersAndCounters)
     EXPECT_EQ(keys, std::vector<std::string>{"key"});
     EXPECT_EQ(look->counter(1, 5).bytes, 60u);
     EXPECT_THROW(look->counter(2, 5), StateError);
+    NpTable &table = nps()[0].table(TableKind::service_config);
+    table.count_hit(*table.find(card_test::bytes_of("key")), 77);
+    PacketCount hits{};
+    look->for_each_hit_count(0, TableKind::service_config,
+                             [&hits](const TableRow &, const PacketCount &count) { hits = count; });
+    EXPECT_EQ(hits, (PacketCount{1, 77}));
     EXPECT_THROW(look->for_each_row(2, TableKind::ext_conf, [](const TableRow &) {}), StateError);
 }
 

@@ -16,7 +16,9 @@ using Rows = std::map<std::string, std::string>;
 constexpr uint32_t capacity = 8; // small, so that it is full, and its index rebuilt, often
 constexpr uint32_t operations = KillSweep::slow ? 50 : 300;
 constexpr uint64_t counters_begin = 4096 + 2 * (64 + 2 * 64 + (capacity + 1) * 128);
-constexpr uint64_t file_bytes = counters_begin + CounterBank::count * sizeof(PacketCount);
+constexpr uint64_t row_counts = ((capacity + 1) * sizeof(PacketCount) + 63) / 64 * 64;
+constexpr uint64_t file_bytes =
+    counters_begin + CounterBank::count * sizeof(PacketCount) + 2 * row_counts;
 
 struct Change {
     enum Kind { add, modify, remove, clear } kind;

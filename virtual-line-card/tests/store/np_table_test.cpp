@@ -203,4 +203,56 @@ TEST_F(NpTables, AReaderBesideTheWriterSeesTheRows)
     EXPECT_EQ(rows_of(seen[0].table(TableKind::service_config)), rows_of(table()));
 }
 
+// ---- hits --------------------------------------------------------------------------------------
+
+TEST_F(NpTables, ARowsHitsBeginAtNothingAndAreCounted)
+{
+    table().add(bytes("key"), bytes("result"));
+    EXPECT_EQ(table().hits(*table().find(bytes("key"))), (PacketCount{0, 0}));
+    table().count_hit(*table().find(bytes("key")), 100);
+    table().count_hit(*table().find(bytes("key")), 28);
+    EXPECT_EQ(table().hits(*table().find(bytes("key"))), (PacketCount{2, 128}));
+}
+
+TEST_F(NpTables, HitsFollowTheRowThroughModifiesAndRestarts)
+{
+    table().add(bytes("key"), bytes("result"));
+    table().add(bytes("other"), bytes("result"));
+    table().count_hit(*table().find(bytes("key")), 100);
+    for (int i = 0; i < 300; ++i)
+        table().modify(bytes("key"), bytes(std::to_string(i)));
+    reopen();
+    EXPECT_EQ(table().hits(*table().find(bytes("key"))), (PacketCount{1, 100}));
+    EXPECT_EQ(table().hits(*table().find(bytes("other"))), (PacketCount{0, 0}));
+}
+
+TEST_F(NpTables, HitsGoWithTheRow)
+{
+    for (int i = 0; i < 100; ++i) {
+        table().add(bytes(std::to_string(i)), {});
+        table().count_hit(*table().find(bytes(std::to_string(i))), 9);
+    }
+    table().remove(bytes("5"));
+    table().add(bytes("5"), {});
+    EXPECT_EQ(table().hits(*table().find(bytes("5"))), (PacketCount{0, 0}));
+    table().clear();
+    for (int i = 0; i < 100; ++i) {
+        table().add(bytes(std::to_string(i)), {});
+        EXPECT_EQ(table().hits(*table().find(bytes(std::to_string(i)))), (PacketCount{0, 0}));
+    }
+}
+
+TEST_F(NpTables, HitsOfTheTwoTablesAreKeptApart)
+{
+    NpTable &ext = (*nps)[0].table(TableKind::ext_conf);
+    table().add(bytes("key"), {});
+    ext.add(bytes("key"), {});
+    table().count_hit(*table().find(bytes("key")), 1);
+    ext.count_hit(*ext.find(bytes("key")), 2);
+    ext.count_hit(*ext.find(bytes("key")), 2);
+    EXPECT_EQ(table().hits(*table().find(bytes("key"))), (PacketCount{1, 1}));
+    EXPECT_EQ(ext.hits(*ext.find(bytes("key"))), (PacketCount{2, 4}));
+    EXPECT_EQ((*nps)[0].counters().read(0), (PacketCount{0, 0}));
+}
+
 } // namespace vlc::test
