@@ -9,11 +9,16 @@
 #include <gtest/gtest.h>
 
 #include "inline_service_app.h"
+#include "inline_service_attributes.h"
+#include "inline_service_cmdlist.h"
 #include "inline_service_context.h"
 #include "inline_service_prm.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_stat.h"
+#include "inline_service_vservice.h"
+#include "platform_encoders.h"
 #include "platform_event_debug.h"
+#include "platform_interfaces.h"
 
 namespace {
 
@@ -393,6 +398,109 @@ TEST(Records, AStatisticsSumIs8Bytes)
     EXPECT_EQ(bytes_of(sum), expected.bytes());
 }
 
+TEST(Records, AnInterfacesAttributesAre16Bytes)
+{
+    const uidb_attribute attribute = {0x01020304, 0x05, 0x06, 0x0708, 0x090A0B0C, 0x0D0E, 0x0F10};
+    Bytes expected(16);
+    expected.u32(0, 0x01020304).u8(4, 0x05).u8(5, 0x06).u16(6, 0x0708).u32(8, 0x090A0B0C);
+    expected.u16(12, 0x0D0E).u16(14, 0x0F10);
+    EXPECT_EQ(bytes_of(attribute), expected.bytes());
+}
+
+TEST(Records, ACommandsInputIs84Bytes)
+{
+    command_input input = {};
+    input.unread_0 = 0x01020304;
+    input.table_type = 0x05060708;
+    memset(input.key, 0xAA, sizeof input.key);
+    input.key_len = 0x09;
+    memset(input.result, 0xBB, sizeof input.result);
+    input.result_len = 0x0A;
+    memset(input.unread_78, 0xCC, sizeof input.unread_78);
+
+    Bytes expected(84);
+    expected.u32(0, 0x01020304).u32(4, 0x05060708).fill(8, 32, 0xAA).u8(40, 0x09);
+    expected.fill(41, 36, 0xBB).u8(77, 0x0A).fill(78, 6, 0xCC);
+    EXPECT_EQ(bytes_of(input), expected.bytes());
+}
+
+TEST(Records, AVserviceMessagesHeadIs16Bytes)
+{
+    const vservice_message head = {0x01020304, 0x05060708, -2, 0x0D0E0F10};
+    Bytes expected(16);
+    expected.u32(0, 0x01020304).u32(4, 0x05060708).u32(8, 0xFFFFFFFE).u32(12, 0x0D0E0F10);
+    EXPECT_EQ(bytes_of(head), expected.bytes());
+}
+
+TEST(Records, AVservicesConfigurationIs1104Bytes)
+{
+    vservice_config config;
+    memset(&config, 0xEE, sizeof config);
+    config.vs_index = 0x01020304;
+    config.encap = 0x05060708;
+    config.user = 0x090A0B0C;
+    config.src_ip = 0x0D0E0F10;
+    config.dst_ip = 0x11121314;
+    config.sport = 0x1516;
+    config.dport = 0x1718;
+
+    Bytes expected(1104);
+    expected.fill(0, 1104, 0xEE).u32(0, 0x01020304).u32(48, 0x05060708).u32(52, 0x090A0B0C);
+    expected.u32(68, 0x0D0E0F10).u32(88, 0x11121314).u16(104, 0x1516).u16(106, 0x1718);
+    EXPECT_EQ(bytes_of(config), expected.bytes());
+}
+
+TEST(Records, AnEncodersInputIs56Bytes)
+{
+    sdn_encap_input input = {};
+    input.flag_0 = 0xA0;
+    input.flag_1 = 0xA1;
+    input.flag_2 = 0xA2;
+    input.flag_3 = 0xA3;
+    input.protocol = 0xA4;
+    input.src_ip = 0x01020304;
+    input.dst_ip = 0x05060708;
+    input.sport = 0x090A;
+    input.dport = 0x0B0C;
+    input.user_2_flags = 0xB0;
+    input.is_user_4 = 0xB1;
+    input.known_user_30 = 0xB2;
+    input.known_user_36 = 0xB3;
+    input.known_user_37 = 0xB4;
+
+    Bytes expected(56);
+    for (uint8_t place = 0; place < 5; ++place)
+        expected.u8(place, static_cast<uint8_t>(0xA0 + place));
+    expected.u32(8, 0x01020304).u32(12, 0x05060708).u16(16, 0x090A).u16(18, 0x0B0C);
+    expected.u8(24, 0xB0).u8(25, 0xB1).u8(30, 0xB2).u8(36, 0xB3).u8(37, 0xB4);
+    EXPECT_EQ(bytes_of(input), expected.bytes());
+}
+
+TEST(Records, AVrfsRecordIs128BytesWithItsTableFirst)
+{
+    vrf_record record;
+    memset(&record, 0xEE, sizeof record);
+    record.table_id = 0x01020304;
+    Bytes expected(128);
+    expected.fill(0, 128, 0xEE).u32(0, 0x01020304);
+    EXPECT_EQ(bytes_of(record), expected.bytes());
+}
+
+TEST(Records, TheErrorLogsRecordIs72Bytes)
+{
+    const zem_message_record record = {1,
+                                       pointer<const char *>(2),
+                                       3,
+                                       pointer<const char *>(4),
+                                       pointer<const char *>(5),
+                                       pointer<const char *>(6),
+                                       {7, 8, 9}};
+    Bytes expected(72);
+    for (uint64_t word = 0; word < 9; ++word)
+        expected.u64(8 * word, word + 1);
+    EXPECT_EQ(bytes_of(record), expected.bytes());
+}
+
 TEST(Records, ExportedObjectsHaveTheWidthsThatOtherProgramsExpect)
 {
     EXPECT_EQ(sizeof pgbl_ptr, 8u);
@@ -404,6 +512,7 @@ TEST(Records, ExportedObjectsHaveTheWidthsThatOtherProgramsExpect)
     EXPECT_EQ(sizeof imp_cmd_codes, 4u);
     EXPECT_EQ(sizeof the_punt_decode_hash, 8u);
     EXPECT_EQ(sizeof u32x4_compare_word_mask_table, 256u);
+    EXPECT_EQ(sizeof zem_msg_rec_plat_error_log, 72u);
     EXPECT_EQ(sizeof ed_dummy_libinline_service_infra, 32u);
     EXPECT_EQ(sizeof ed_perf_dummy_libinline_service_infra, 32u);
 }
