@@ -71,10 +71,6 @@ private:
         {
             return {reinterpret_cast<const char *>(node->content.key), node->content.key_len};
         }
-        bool has_counters() const
-        {
-            return node->content.table_type == 1 || node->content.hw_index != 0xFFFFFFFF;
-        }
     };
 
     services::Finding &say(FindingKind kind, uint32_t np = services::Finding::none)
@@ -95,16 +91,6 @@ private:
         return finding;
     }
 
-    std::string wanted_result(uint32_t np, const Entry &entry) const
-    {
-        const app_node &content = entry.node->content;
-        std::string result(reinterpret_cast<const char *>(content.result), content.result_len);
-        if (entry.has_counters()) // the number's bytes as they lie in the node
-            result.replace(1, 3, reinterpret_cast<const char *>(&entry.node->rx[np]) + unswapped_,
-                           3);
-        return result;
-    }
-
     void look_at_rows(uint32_t np)
     {
         std::array<std::set<std::string>, 2> keys;
@@ -115,7 +101,7 @@ private:
             const auto row = rows.find(entry.key());
             if (row == rows.end())
                 say(FindingKind::entry_missing, np, entry);
-            else if (row->second != wanted_result(np, entry))
+            else if (row->second != predicted_row(*entry.node, np, unswapped_))
                 say(FindingKind::entry_differs, np, entry);
         }
         for (uint32_t table = 0; table < SHADOW_DB_TABLES; ++table) {
@@ -155,7 +141,7 @@ private:
             if (where && !in_use[*where])
                 say(FindingKind::counter_free, np, entry).counter =
                     ModelCard::first_counter + *where;
-            if (entry.has_counters() ? !where : number != 0)
+            if (has_counters(*entry.node) ? !where : number != 0)
                 say(FindingKind::counter_invalid, np, entry).counter = number;
         };
         for (const Entry &entry : entries_) {
@@ -184,6 +170,21 @@ std::string line_of(uint32_t np, uint32_t refnum, uint32_t status, const std::st
 }
 
 } // namespace
+
+bool has_counters(const ModelNode &node)
+{
+    return node.content.table_type == SHADOW_DB_EXT_CONF ||
+           node.content.hw_index != SHADOW_DB_NO_HW_INDEX;
+}
+
+std::string predicted_row(const ModelNode &node, uint32_t np, bool counters_unswapped)
+{
+    const app_node &content = node.content;
+    std::string result(reinterpret_cast<const char *>(content.result), content.result_len);
+    if (has_counters(node)) // the number's bytes as they lie in the node
+        result.replace(1, 3, reinterpret_cast<const char *>(&node.rx[np]) + counters_unswapped, 3);
+    return result;
+}
 
 std::vector<std::string> lines_of(const std::vector<services::Finding> &findings)
 {

@@ -18,6 +18,10 @@ std::vector<std::string> lines_of(const std::vector<services::Finding> &findings
 std::vector<std::string> predicted_findings(const ReferenceModel &model, bool counters_unswapped,
                                             uint32_t counter_count);
 
+// An entry of the model, and the result that an NP's row of it must hold.
+bool has_counters(const ModelNode &node);
+std::string predicted_row(const ModelNode &node, uint32_t np, bool counters_unswapped);
+
 std::vector<std::string> lines_of(const std::vector<services::UnreadAnswer> &answers);
 std::vector<std::string> predicted_answers(const ReferenceModel &model);
 

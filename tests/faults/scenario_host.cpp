@@ -19,20 +19,6 @@ void on_statistics(uint32_t key, uint32_t entry_id, uint32_t phase, uint32_t a, 
     collected.push_back({key, entry_id, phase, a, b});
 }
 
-// The stored entry of a key that has the id, found without a call of the library.
-shmem_node *stored_entry(const shadow_db &root, uint16_t key, uint32_t entry_id)
-{
-    const main_entry *main = root.main_table[key];
-    for (uint32_t table = 0; main != nullptr && table < SHADOW_DB_TABLES; ++table) {
-        for (list_link *link = main->table_array[table].first; link != nullptr; link = link->next) {
-            auto *node = static_cast<shmem_node *>(link->data);
-            if (node->app_node.entry_id == entry_id)
-                return node;
-        }
-    }
-    return nullptr;
-}
-
 // Without any platform service, so that a failing one leaves nothing behind.
 void free_elements(list_record &list)
 {
@@ -82,28 +68,22 @@ private:
 
 } // namespace
 
-vlc::CardConfig scenario_card(uint32_t card_type, uint16_t num_nps)
-{
-    vlc::CardConfig config;
-    config.card_type = card_type;
-    config.num_nps = num_nps;
-    config.service_config_capacity = 512;
-    config.ext_conf_capacity = 512;
-    config.window_bytes = uint64_t{1} << 20;
-    return config;
-}
-
-ModelCount traffic_on(uint32_t np, uint32_t place)
-{
-    const uint64_t packets = 1 + (place + np) % 7;
-    return {packets, packets * (64 + place)};
-}
-
 ScenarioHost::ScenarioHost(const vlc::CardConfig &config,
                            const std::filesystem::path &state_directory)
 {
     vlc::CardClock::set_mode(vlc::ClockMode::stepped);
     card_ = std::make_unique<vlc::VirtualLineCard>(config, state_directory);
+    act_ = [this](CardAct what, uint32_t handle) {
+        act_on_card(what, card_->nps(), card_->prm(), handle);
+    };
+}
+
+ScenarioHost::ScenarioHost(const vlc::CardAtSocket &card,
+                           const std::filesystem::path &state_directory, ActOnCard act)
+    : act_(std::move(act))
+{
+    vlc::CardClock::set_mode(vlc::ClockMode::stepped);
+    card_ = std::make_unique<vlc::VirtualLineCard>(card, state_directory);
 }
 
 ScenarioHost::~ScenarioHost()
@@ -126,7 +106,7 @@ StepResult ScenarioHost::carry_out(const Step &step)
     case StepKind::run_app_handler:
         return run_app_handler();
     case StepKind::pass_traffic:
-        pass_traffic();
+        act(CardAct::pass_traffic);
         return {};
     case StepKind::collect_statistics:
         return collect();
@@ -134,14 +114,14 @@ StepResult ScenarioHost::carry_out(const Step &step)
         let_time_pass();
         return {};
     case StepKind::queue_delayed_answer:
-        queue_delayed_answer();
+        act(CardAct::queue_delayed_answer);
         return {};
     case StepKind::prm_goes_down:
-        card_->prm().go_down();
+        act(CardAct::go_down);
         let_time_pass();
         return {};
     case StepKind::prm_comes_up:
-        card_->prm().come_up();
+        act(CardAct::come_up);
         let_time_pass();
         return {};
     case StepKind::reset_window:
@@ -185,6 +165,19 @@ uint32_t ScenarioHost::register_services()
     return 0;
 }
 
+shmem_node *ScenarioHost::stored(uint16_t key, uint32_t entry_id) const
+{
+    const main_entry *main = root()->main_table[key];
+    for (uint32_t table = 0; main != nullptr && table < SHADOW_DB_TABLES; ++table) {
+        for (list_link *link = main->table_array[table].first; link != nullptr; link = link->next) {
+            auto *node = static_cast<shmem_node *>(link->data);
+            if (node->app_node.entry_id == entry_id)
+                return node;
+        }
+    }
+    return nullptr;
+}
+
 uint32_t ScenarioHost::apply(const Step &step)
 {
     ScenarioBatch batch(step);
@@ -193,7 +186,7 @@ uint32_t ScenarioHost::apply(const Step &step)
     for (const EntryRequest &request : step.requests) {
         shmem_node *node = nullptr;
         if (request.action != SHADOW_DB_CREATE) {
-            node = stored_entry(*root(), step.key, request.entry_id);
+            node = stored(step.key, request.entry_id);
             if (node == nullptr && step.missing == Missing::is_left_out)
                 continue;
         }
@@ -237,30 +230,18 @@ StepResult ScenarioHost::collect()
     return {rc, collected};
 }
 
-void ScenarioHost::pass_traffic()
+void ScenarioHost::act(CardAct what)
 {
-    for (uint32_t np = 0; np < card_->config().num_nps; ++np) {
-        for (uint32_t place = 0; place < places_with_traffic; ++place) {
-            const ModelCount count = traffic_on(np, place);
-            for (uint64_t i = 0; i < count.packets; ++i)
-                card_->nps()[np].counters().add(place,
-                                                static_cast<uint32_t>(count.bytes / count.packets));
-        }
-    }
-}
-
-void ScenarioHost::queue_delayed_answer()
-{
-    vlc::StoredAnswer answer{};
-    answer.refnum = PRM_OP_MODIFY << PRM_REFNUM_OP_SHIFT | PRM_REFNUM_DELAY_QUEUE;
-    card_->prm().queue_answer(
-        static_cast<uint32_t>(reinterpret_cast<uintptr_t>(root()->prm_srh_hdl)), answer);
+    const void *handle = root() == nullptr ? nullptr : root()->prm_srh_hdl;
+    act_(what, static_cast<uint32_t>(reinterpret_cast<uintptr_t>(handle)));
 }
 
 void ScenarioHost::let_time_pass()
 {
     vlc::CardClock::advance(std::chrono::seconds(1)); // a callback that read nothing is due again
-    card_->events().run_until_idle();
+    do {
+        card_->events().run_until_idle();
+    } while (card_->access().settle());
 }
 
 } // namespace test

@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "scenario.h"
+#include "scenario_card.h"
 #include "service_host.h"
 #include "step_result.h"
 #include "vlc/virtual_line_card.h"
@@ -16,13 +17,20 @@ namespace test {
 class ScenarioHost {
 public:
     ScenarioHost(const vlc::CardConfig &config, const std::filesystem::path &state_directory);
+    // On a card in another process; `act` reaches it beside its socket.
+    ScenarioHost(const vlc::CardAtSocket &card, const std::filesystem::path &state_directory,
+                 ActOnCard act);
     ~ScenarioHost();
     ScenarioHost(const ScenarioHost &) = delete;
     ScenarioHost &operator=(const ScenarioHost &) = delete;
 
     StepResult carry_out(const Step &step);
+    void let_time_pass(); // runs what is ready, and what the card has still to say
 
     vlc::VirtualLineCard &card() { return *card_; }
+    // The stored entry of a key that has the id, found without a call of the library; null for
+    // none.
+    shmem_node *stored(uint16_t key, uint32_t entry_id) const;
     shadow_db *root() const { return static_cast<shadow_db *>(card_->window().root()); }
 
 private:
@@ -32,20 +40,11 @@ private:
     uint32_t clear(uint16_t key);
     static StepResult run_app_handler();
     static StepResult collect();
-    void pass_traffic();
-    void queue_delayed_answer();
-    void let_time_pass();
+    void act(CardAct what);
 
     std::unique_ptr<vlc::VirtualLineCard> card_;
+    ActOnCard act_;
     std::unique_ptr<services::ServiceHost> host_;
 };
-
-// The card that the scenario is made for.
-vlc::CardConfig scenario_card(uint32_t card_type, uint16_t num_nps = 2);
-inline constexpr uint32_t ordinary_card = 0xD20001;
-inline constexpr uint32_t unswapped_card = 0xD10001; // takes counters as they lie in memory
-
-// Packets that the scenario's traffic counts on one counter.
-ModelCount traffic_on(uint32_t np, uint32_t place);
 
 } // namespace test

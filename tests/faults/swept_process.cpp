@@ -3,9 +3,8 @@
 #include <algorithm>
 #include <sstream>
 
-#include "card_hardware.h"
+#include "audit_comparison.h"
 #include "platform_list.h"
-#include "predicted_audit.h"
 #include "state_comparison.h"
 
 namespace test {
@@ -33,16 +32,6 @@ Service service_of(const vlc::ServiceCall &call)
     return *service;
 }
 
-// Lines that only one side has.
-std::vector<std::string> only_in(std::vector<std::string> lines, std::vector<std::string> others)
-{
-    std::vector<std::string> left;
-    std::ranges::sort(lines);
-    std::ranges::sort(others);
-    std::ranges::set_difference(lines, others, std::back_inserter(left));
-    return left;
-}
-
 const std::filesystem::path &emptied(const std::filesystem::path &directory)
 {
     std::filesystem::remove_all(directory);
@@ -52,9 +41,8 @@ const std::filesystem::path &emptied(const std::filesystem::path &directory)
 } // namespace
 
 SweptProcess::SweptProcess(uint32_t card_type, const std::filesystem::path &state_directory)
-    : unswapped_(card_type == unswapped_card),
-      host_(scenario_card(card_type), emptied(state_directory)),
-      model_({.nps = 2, .counters_turned_round = !unswapped_}),
+    : host_(scenario_card(card_type), emptied(state_directory)),
+      model_({.nps = 2, .counters_turned_round = card_type != unswapped_card}),
       tap_([this](const vlc::ServiceCall &call) { return on_call(call); })
 {
     ReferenceModel &reference = model_.reference();
@@ -125,44 +113,9 @@ void SweptProcess::compare_calls()
 
 void SweptProcess::compare_state()
 {
-    const std::vector<std::string> found =
-        test::differences(model_.reference(), host_.root(), host_.card());
-    differences_.insert(differences_.end(), found.begin(), found.end());
-    compare_audit();
-}
-
-void SweptProcess::compare_audit()
-{
-    const ReferenceModel &reference = model_.reference();
-    const inlinectl::CardHardware hardware(host_.card().access());
-    services::AuditInput input;
-    input.root = host_.root();
-    input.in_shared_memory = [this](const void *address, size_t bytes) {
-        const auto *first = static_cast<const std::byte *>(address);
-        return host_.card().window().contains(first) &&
-               host_.card().window().contains(first + bytes - 1);
-    };
-    input.counters_unswapped = unswapped_;
-    input.first_counter = ModelCard::first_counter;
-    // A bitmap that was made for a smaller region ends there, and behind it lies something else.
-    input.counter_count = std::min(ModelCard::counter_count, reference.bitmap_places - 32);
-    input.num_nps = reference.card.nps;
-    input.hardware = &hardware;
-    const services::AuditReport report = services::audit(input);
-    compare("finding ", predicted_findings(reference, unswapped_, input.counter_count),
-            lines_of(report.findings));
-    const std::vector<std::string> answers = lines_of(report.in_flight);
-    if (answers != predicted_answers(reference))
-        compare("unread answer ", predicted_answers(reference), answers);
-}
-
-void SweptProcess::compare(const std::string &what, const std::vector<std::string> &expected,
-                           const std::vector<std::string> &found)
-{
-    for (const std::string &line : only_in(expected, found))
-        differences_.push_back(what + "is missing: " + line);
-    for (const std::string &line : only_in(found, expected))
-        differences_.push_back(what + "is not predicted: " + line);
+    for (const auto &found : {test::differences(model_.reference(), host_.root(), host_.card()),
+                              audit_differences(model_.reference(), host_.root(), host_.card())})
+        differences_.insert(differences_.end(), found.begin(), found.end());
 }
 
 } // namespace test

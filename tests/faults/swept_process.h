@@ -34,12 +34,8 @@ public:
 
 private:
     std::optional<uint64_t> on_call(const vlc::ServiceCall &call);
-    void compare(const std::string &what, const std::vector<std::string> &expected,
-                 const std::vector<std::string> &found);
     void compare_calls();
-    void compare_audit();
 
-    bool unswapped_;
     ScenarioHost host_;
     ScenarioModel model_;
     const Step *step_ = nullptr;

@@ -46,9 +46,8 @@ private:
     void compare_rows(uint32_t np, uint32_t table)
     {
         ModelCard::Table rows;
-        card_.nps()[np]
-            .table(static_cast<vlc::TableKind>(table))
-            .for_each([&rows](const vlc::TableRow &row) {
+        card_.access().for_each_row(
+            np, static_cast<vlc::TableKind>(table), [&rows](const vlc::TableRow &row) {
                 rows[{reinterpret_cast<const char *>(row.key), row.key_len}] = {
                     reinterpret_cast<const char *>(row.result), row.result_len};
             });
