@@ -53,6 +53,11 @@ uint32_t ModelCard::request(uint32_t np, uint32_t table, uint32_t operation, con
     const uint32_t status = change(tables[np][table], operation, key, result);
     answers.push_back({np, status, operation << PRM_REFNUM_OP_SHIFT | table, key});
     callback_waits = true;
+    if (loses_next_reply) {
+        loses_next_reply = false;
+        up = false;
+        return vlc::prm_not_connected;
+    }
     return 0;
 }
 

@@ -52,6 +52,7 @@ public:
 
     uint32_t nps;
     bool up = true;
+    bool loses_next_reply = false; // it goes down behind the next request, before it says so
     std::array<std::array<Table, 2>, most_nps> tables;
     std::array<std::vector<ModelCount>, most_nps> counts; // by place, as far as any was counted
     std::deque<ModelAnswer> answers;
