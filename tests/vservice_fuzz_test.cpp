@@ -185,6 +185,10 @@ struct Planted {
     Handler handler;
     const char *found; // in the finding's text
 };
+std::ostream &operator<<(std::ostream &out, const Planted &defect)
+{
+    return out << defect.name;
+}
 constexpr Planted planted_defects[] = {
     {"ReadsOneItemTooMany", reads_one_item_too_many, "ended by signal 11"},
     {"TakesTheCountAsUnsigned", takes_the_count_as_unsigned, "ended by signal 11"},
