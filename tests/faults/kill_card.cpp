@@ -23,6 +23,7 @@ struct Order {
     uint32_t handle;
 };
 
+constexpr unsigned longest_life_seconds = 60;
 constexpr char listens = 'L';
 constexpr char done = 'D';
 constexpr char failed = 'F';
@@ -56,6 +57,8 @@ KillCard::KillCard(vlc::CardConfig config) : config_(std::move(config))
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET, 0, ends) != 0)
         throw std::system_error(errno, std::generic_category(), "socketpair");
+    const timeval longest_wait = {.tv_sec = longest_life_seconds, .tv_usec = 0};
+    setsockopt(ends[0], SOL_SOCKET, SO_RCVTIMEO, &longest_wait, sizeof longest_wait);
     controls_ = ends[0];
     cards_end_ = ends[1];
 }
@@ -81,6 +84,7 @@ void KillCard::start(const CardDeath &death)
 void KillCard::live(const CardDeath &death) const
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    alarm(longest_life_seconds);
     try {
         vlc::CardProcess card(config_, state, socket);
         vlc::Prm &prm = card.hardware().prm();

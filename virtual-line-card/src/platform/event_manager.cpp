@@ -56,7 +56,9 @@ struct EventManager::State {
     };
     using Due = std::pair<CardClock::duration, TimerId>;
 
-    asio::io_context io{1};
+    // Without the hint that there is one thread: with it, what an event posts is not counted until
+    // the event is over, and events that it runs itself make the count reach 0, which stops `io`.
+    asio::io_context io;
     asio::executor_work_guard<asio::io_context::executor_type> keep_running{io.get_executor()};
     TimerId last_timer = 0;
     std::map<Due, Task> waiting;

@@ -99,6 +99,21 @@ TEST_F(SteppedEvents, AnEventMayRunTheEventsThatWait)
     EXPECT_FALSE(events.step());
 }
 
+TEST_F(SteppedEvents, AnEventMayPostManyAndRunThemAll)
+{
+    events.post([this] {
+        for (const char what : std::string("abcdef"))
+            events.post(note(what));
+        events.run_until_idle();
+        events.post(note('g'));
+    });
+    events.run_until_idle();
+    EXPECT_EQ("abcdefg", order);
+    events.post(note('h'));
+    EXPECT_TRUE(events.step());
+    EXPECT_EQ("abcdefgh", order);
+}
+
 TEST_F(SteppedEvents, ATimerIsNotReadyBeforeTheClockReachesIt)
 {
     events.after(30s, note('t'));
