@@ -54,6 +54,20 @@ constexpr std::array infallible = {
     Infallible{Service::_ltrace, "returns nothing"},
 };
 
+constexpr std::array elsewhere = {
+    std::string_view("ac_encode_init"),
+    std::string_view("appl_construct_config_db_key"),
+    std::string_view("appl_construct_sdn_encap_service_config_db_result"),
+    std::string_view("imc_db_bind"),
+    std::string_view("imc_gdp_pic_get"),
+    std::string_view("imc_s_attr_query"),
+    std::string_view("ital_shm_lookup_vrf"),
+    std::string_view("platform_node_get_card_type"),
+    std::string_view("plm_slot_to_nodeid"),
+    std::string_view("rsi_c_tbl_id_decode2"),
+    std::string_view("zem_errmsg"),
+};
+
 // The number of a failure among those of its service.
 size_t number_of(size_t failure)
 {
@@ -73,6 +87,11 @@ std::span<const ServiceFailure> service_failures()
 std::span<const Infallible> infallible_services()
 {
     return infallible;
+}
+
+std::span<const std::string_view> services_elsewhere()
+{
+    return elsewhere;
 }
 
 std::optional<uint64_t> FaultPoint::answer(Service service, uint64_t count) const

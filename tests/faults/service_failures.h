@@ -27,6 +27,10 @@ struct Infallible {
 };
 std::span<const Infallible> infallible_services();
 
+// Not called on the scenario's road: the tests of interfaces, command lists and virtual services
+// make them fail.
+std::span<const std::string_view> services_elsewhere();
+
 // One failure at one place of the scenario.
 struct FaultPoint {
     size_t failure = 0; // its place in service_failures()

@@ -97,6 +97,8 @@ TEST(ServiceFailures, CoverEveryPlatformServiceThatTheLibraryUses)
         covered.insert(std::string(name_of(failure.service)));
     for (const Infallible &service : infallible_services())
         EXPECT_TRUE(covered.insert(std::string(name_of(service.service))).second);
+    for (const std::string_view service : services_elsewhere())
+        EXPECT_TRUE(covered.insert(std::string(service)).second);
     std::set<std::string> used;
     std::ifstream imports(PROJECT_SOURCE_DIR "/tests/baseline/platform_imports.txt");
     for (std::string name; std::getline(imports, name);)

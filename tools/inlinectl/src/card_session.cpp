@@ -8,7 +8,8 @@ bool CardSession::run_until(const std::function<bool()> &done)
 {
     bool is_done = false;
     if (!card_.is_distant()) {
-        card_.events().run_until([&] { return (is_done = done()) || interrupted(); });
+        // What a card in this process has to say is there: an interrupted run hears it out.
+        card_.events().run_until([&] { return (is_done = done()) || must_end(); });
         return is_done;
     }
     std::optional<Clock::time_point> away_since;
