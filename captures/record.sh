@@ -1,7 +1,8 @@
 #!/bin/bash
 # Records the project's captures from real programs that talk to each other on this machine.
 #
-#   sudo captures/record.sh
+#   sudo captures/record.sh           all of them
+#   sudo captures/record.sh crowd     the crowd's alone; the others stay as they are
 #
 # Hosts and routers are network namespaces joined by veth pairs. All of it lives in a mount, PID
 # and network namespace of its own, so that the end of this script, however it comes, ends every
@@ -11,6 +12,7 @@
 #   office  (192.0.2.0/24)      ---- trunk, Ethernet ------------ hub --- servers (203.0.113.0/24)
 #   branch  (198.51.100.0/25)   ---- 802.1Q and 802.1ad tags ----- |      web, dns, cache, files,
 #   remote  (198.51.100.128/25) ---- MTU 600 --------------------- |      logs
+#   crowd   (198.18.100.0/24)   ---- one wire, 230 addresses ----- |
 set -euo pipefail
 export LC_ALL=C
 
@@ -166,6 +168,16 @@ build_remote() {
     join_hosts remote narrow hub narrow 600
     route_link remote narrow 198.18.4 narrow 198.51.100.128/25
     ip -n remote route add default via 198.18.4.2
+}
+
+# One host that has many addresses, as a gateway's users would.
+build_crowd() {
+    local number
+    add_host crowd
+    join_hosts crowd lane hub crowd 1500
+    ip -n hub address add 198.18.100.1/24 dev crowd
+    for number in {11..240}; do ip -n crowd address add "198.18.100.$number/24" dev lane; done
+    ip -n crowd route add default via 198.18.100.1
 }
 
 # Pages from 1 to about 40 kB, an archive, and what the clients send to the file server.
@@ -429,6 +441,21 @@ record_server() {
     stop_captures
 }
 
+# Each address asks for a name and pings; every third takes a page too.
+record_crowd() {
+    local number address
+    start_capture many-sources.pcap hub crowd 96
+    for number in {11..240}; do
+        address=198.18.100.$number
+        look_up crowd -b "$address" web
+        in_host crowd ping -q -n -c 1 -I "$address" $web > /dev/null
+        if ((number % 3 == 0)); then
+            fetch crowd --interface "$address" "http://$web/page$((number % 4 + 1)).html"
+        fi
+    done
+    stop_captures
+}
+
 first_line() { "$@" 2>&1 | sed -n 1p; }
 
 write_versions() {
@@ -453,22 +480,38 @@ write_versions() {
         'editcap, tshark' "$(tshark --version 2> /dev/null | sed -n '1s/.*) \([^ ]*\) (.*/\1/p')"
 }
 
-record_all() {
+prepare() {
     mount -t tmpfs tmpfs /run
     mkdir -p $work
     hostname recorder
     make_content
     build_servers
+}
+
+record_all() {
+    prepare
     build_office
     build_branch
     build_remote
+    build_crowd
     start_servers
     record_office
     record_branch
     record_remote
     record_server
-    cp $work/{office-lan,small-mtu,server-any}.pcap $work/tagged-link.pcapng "$here"
+    record_crowd
+    cp $work/{office-lan,small-mtu,server-any,many-sources}.pcap $work/tagged-link.pcapng "$here"
     write_versions > "$here/COUNTS.md"
+    "$here/count.sh"
+}
+
+record_crowd_alone() {
+    prepare
+    build_crowd
+    start_web
+    start_dns
+    record_crowd
+    cp $work/many-sources.pcap "$here"
     "$here/count.sh"
 }
 
@@ -476,7 +519,7 @@ record_all() {
 record_apart() {
     local apart
     RECORDING_APART=1 timeout --kill-after=1 300 unshare --mount --uts --ipc --net --pid --fork \
-        --mount-proc --kill-child "$here/record.sh" &
+        --mount-proc --kill-child "$here/record.sh" "$@" &
     apart=$!
     # shellcheck disable=SC2064
     trap "kill $apart 2> /dev/null || true" EXIT
@@ -486,15 +529,15 @@ record_apart() {
 }
 
 main() {
-    [[ $# -eq 0 ]] || fail "takes no arguments, not '$1'"
+    [[ $# -eq 0 || $* == crowd ]] || fail "takes nothing, or 'crowd', not '$*'"
     [[ $EUID -eq 0 ]] || fail 'needs root, for network namespaces'
     if [[ -z ${RECORDING_APART-} ]]; then
         install_programs
-        record_apart
+        record_apart "$@"
         return
     fi
     trap 'exit 143' INT TERM
-    record_all
+    if [[ $# -eq 0 ]]; then record_all; else record_crowd_alone; fi
 }
 
 main "$@"
