@@ -42,6 +42,7 @@ private:
     void find_or_make_root();
     void hand_over_context();
     void prepare_shadow_db();
+    void make_tables();
     void connect();
 
     HostHandles handles_;

@@ -1,14 +1,23 @@
 #include "service_host.h"
 
+#include <atomic>
 #include <cstring>
 #include <utility>
 
+#include "inline_service_attributes.h"
 #include "inline_service_prm.h"
 #include "inline_service_stat.h"
+#include "inline_service_vservice.h"
 #include "platform_shared_window.h"
 #include "service_error.h"
 
 namespace services {
+
+namespace {
+
+constexpr int32_t attribute_bytes = UIDB_ATTRIBUTES * sizeof(uidb_attribute);
+
+} // namespace
 
 ServiceHost::ServiceHost(HostHandles handles) : handles_(std::move(handles))
 {
@@ -21,6 +30,7 @@ void ServiceHost::start()
     find_or_make_root();
     hand_over_context();
     prepare_shadow_db();
+    make_tables();
     connect();
 }
 
@@ -56,6 +66,21 @@ void ServiceHost::prepare_shadow_db()
     // From here on every start keeps the main table. Before, a killed start's table is made again:
     // it is empty, since nothing is programmed until start() has returned.
     handles_.root->initialized = 1;
+}
+
+void ServiceHost::make_tables()
+{
+    // A table is zeroed before one store gives it to the root. What cannot be made is missed by its
+    // users alone: a full window of a host without these tables is gone on with.
+    shadow_db &root = *handles_.root;
+    const auto make = [](auto *&place, auto *table) {
+        std::atomic_ref(place).store(table, std::memory_order_release);
+    };
+    if (root.uidb_attr_table == nullptr)
+        make(root.uidb_attr_table,
+             static_cast<uidb_attribute *>(inline_svc_shared_mem_alloc(attribute_bytes)));
+    if (root.vservice_db == nullptr)
+        make(root.vservice_db, vservice_table_init());
 }
 
 void ServiceHost::connect()

@@ -118,10 +118,12 @@ TEST_P(SteppedHost, LeavesWhatASettlementMendsAtEveryInstruction)
         GTEST_SKIP() << "no process may be traced here";
     ASSERT_TRUE(WIFSTOPPED(status));
     ASSERT_EQ(ptrace(PTRACE_SETOPTIONS, child, nullptr, PTRACE_O_EXITKILL), 0);
-    // Of the window the root, the main table and the first counters, then, behind the counters, the
-    // entries; of an NP its tables.
-    Watched watched[] = {{"window", 0, 20 << 10},
-                         {"window", 136 << 10, 24 << 10},
+    // Of the window the root and the main table, then, behind the tables of attributes and virtual
+    // services, the first counters, and behind the counters the entries; of an NP its tables.
+    constexpr off_t tables = 340 << 10;
+    Watched watched[] = {{"window", 0, 12 << 10},
+                         {"window", tables + (8 << 10), 12 << 10},
+                         {"window", tables + (136 << 10), 24 << 10},
                          {"np0", 0, 32 << 10},
                          {"np1", 0, 32 << 10}};
 

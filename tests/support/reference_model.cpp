@@ -64,6 +64,9 @@ bool ReferenceModel::start_host()
     if (!has_main_table_ && !allocate())
         return refused();
     has_main_table_ = true;
+    // A host does without the tables of attributes and virtual services when there is no room.
+    for (bool *has_table : {&has_attributes_, &has_vservices_})
+        *has_table = *has_table || allocate();
     const auto forced_type = call(Service::platform_get_my_card_type);
     turns_round_ = rules_.counters_turned_round || forced_type; // an unknown type is turned round
     if (call(Service::prm_mgr_open))

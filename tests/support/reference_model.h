@@ -139,6 +139,8 @@ private:
     std::array<uint64_t, service_count> calls_{};
     bool has_root_ = false;
     bool has_main_table_ = false;
+    bool has_attributes_ = false;
+    bool has_vservices_ = false;
     bool has_handle_ = false;
     bool keeps_counters_ = false; // from the host's first registration on
     bool turns_round_ = false;    // by the card type that the library was told

@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include "inline_service_app.h"
+#include "inline_service_attributes.h"
+#include "inline_service_vservice.h"
 #include "platform_prm.h"
 #include "service_error.h"
 #include "vlc/service_tap.h"
@@ -44,6 +46,38 @@ TEST_F(ServiceHostStart, ReturnsWithTheConnectionUpAndRegistered)
     EXPECT_NE(host->root()->conn_state & SHADOW_DB_READY, 0);
     EXPECT_NE(host->root()->prm_srh_hdl, nullptr);
     EXPECT_EQ(NUM_LC_NPS, 2);
+}
+
+TEST_F(ServiceHostStart, MakesTheTablesOfInterfacesAndServicesAllZero)
+{
+    start_host();
+    const std::vector<uint8_t> attributes(sizeof(uidb_attribute) * UIDB_ATTRIBUTES);
+    const std::vector<uint8_t> vservices(sizeof(vservice_config) * VSERVICES);
+    ASSERT_NE(host->root()->uidb_attr_table, nullptr);
+    ASSERT_NE(host->root()->vservice_db, nullptr);
+    EXPECT_EQ(std::memcmp(host->root()->uidb_attr_table, attributes.data(), attributes.size()), 0);
+    EXPECT_EQ(std::memcmp(host->root()->vservice_db, vservices.data(), vservices.size()), 0);
+}
+
+TEST_F(ServiceHostStart, KeepsTheTablesOfInterfacesAndServicesWithWhatIsInThem)
+{
+    start_host();
+    inline_api_set_uidb_to_app(3, 10, 5);
+    const shadow_db before = *host->root();
+    restart();
+    EXPECT_EQ(host->root()->uidb_attr_table, before.uidb_attr_table);
+    EXPECT_EQ(host->root()->vservice_db, before.vservice_db);
+    EXPECT_EQ(inline_api_uidb_to_appid(0, 10), 5u);
+}
+
+TEST_F(ServiceHostStart, MakesAgainTheTablesThatAKilledStartDidNotGiveToTheRoot)
+{
+    start_host();
+    host->root()->vservice_db = nullptr;
+    host->root()->uidb_attr_table = nullptr;
+    restart();
+    EXPECT_NE(host->root()->uidb_attr_table, nullptr);
+    EXPECT_NE(host->root()->vservice_db, nullptr);
 }
 
 TEST_F(ServiceHostStart, KeepsTableBitmapsAndHandleOnAWindowThatItFinds)
