@@ -41,6 +41,7 @@ public:
     bool is_complete() const { return card_.has_value(); }
     const std::optional<CardConfig> &card() const { return card_; } // what it was made for
     Holdings holdings() const { return holdings_; }                 // of a complete one
+    // A complete one takes over what has changed of its card; its files have been checked by now.
     void complete(const CardConfig &card, Holdings holdings = Holdings::card_and_host);
     // Throws StateError when a complete directory holds something else. A reader needs at least
     // this, a writer just this.

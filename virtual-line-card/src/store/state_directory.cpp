@@ -152,6 +152,14 @@ void StateDirectory::complete(const CardConfig &card, Holdings holdings)
         card_ = card;
         holdings_ = holdings;
         is_new_ = false;
+        return;
+    }
+    // A state goes on with another card file: with its interfaces too. The window keeps its size.
+    CardConfig changed = card;
+    changed.window_bytes = card_->window_bytes;
+    if (changed != *card_) {
+        write_marker(path_, Marker{changed, holdings_});
+        card_ = changed;
     }
 }
 
