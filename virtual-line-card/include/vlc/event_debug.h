@@ -24,6 +24,9 @@ struct TraceEvent {
 // "SHORT FILE:LINE FUNCTION: text [name=value ...]"
 std::string trace_line(const ed_component &component, const TraceEvent &event);
 
+// "text" alone, without what ends a line
+std::string trace_text(const TraceEvent &event);
+
 // Registered components and what they recorded. The process has one.
 class EventDebug {
 public:

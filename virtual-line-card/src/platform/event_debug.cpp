@@ -197,17 +197,42 @@ std::vector<TraceEvent> EventDebug::events(const ed_component *component, uint32
     return {};
 }
 
-std::string trace_line(const ed_component &component, const TraceEvent &event)
+namespace {
+
+// Its arguments, strings by where they are kept.
+std::vector<uint64_t> words_of(const TraceEvent &event)
 {
-    if (!event.point)
-        return "event " + std::to_string(event.event_word & number_mask) + " of no known site";
     std::vector<uint64_t> words = event.args;
     for (size_t i = 0; i < words.size(); i++) {
         if ((event.strings >> i & 1) != 0)
             words[i] = tap_word(event.texts[i].c_str());
     }
+    return words;
+}
+
+std::string unknown_site(const TraceEvent &event)
+{
+    return "event " + std::to_string(event.event_word & number_mask) + " of no known site";
+}
+
+} // namespace
+
+std::string trace_line(const ed_component &component, const TraceEvent &event)
+{
+    if (!event.point)
+        return unknown_site(event);
+    const std::vector<uint64_t> words = words_of(event);
     const uint32_t line = event.point->line_filter & ED_LINE_ID_MASK;
     return event_line(component, *event.point, line, event.point->format, words.data());
+}
+
+std::string trace_text(const TraceEvent &event)
+{
+    if (!event.point)
+        return unknown_site(event);
+    std::string text = render_event(event.point->format, words_of(event)).text;
+    text.erase(text.find_last_not_of(" \n") + 1);
+    return text;
 }
 
 void EventDebug::on_print(std::function<void(const std::string &line)> printer)
