@@ -1,0 +1,51 @@
+// What a window holds of interfaces, virtual services and keys, copied for looking: neither damage
+// nor a host that is at work can lead astray.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include "inline_service_attributes.h"
+#include "inline_service_shadowdb.h"
+#include "inline_service_vservice.h"
+
+namespace services {
+
+struct StoredNode {
+    shmem_node content;
+    bool has_row; // its table and lengths are such as a row can have
+};
+
+struct StoredKey {
+    main_entry content;
+    std::vector<StoredNode> nodes;
+};
+
+class StoredTables {
+public:
+    using InSharedMemory = std::function<bool(const void *address, size_t bytes)>;
+
+    // Throws ServiceError without a root, or for one that leads astray.
+    StoredTables(const shadow_db *root, InSharedMemory in_shared_memory);
+
+    // Every interface, by index; nothing while there is no table.
+    std::optional<std::vector<uidb_attribute>> attributes() const;
+    // The last configuration of every service, by index; nothing while there is no table.
+    std::optional<std::vector<vservice_config>> vservices() const;
+    // Every key that is in use. Throws ServiceError when its chains are damaged.
+    std::map<uint32_t, StoredKey> keys() const;
+
+private:
+    template <typename Record>
+    std::optional<std::vector<Record>> copy_of(const void *table, size_t count,
+                                               const char *what) const;
+
+    InSharedMemory in_shared_memory_;
+    const shadow_db *address_;
+    shadow_db root_{};
+};
+
+} // namespace services

@@ -1,0 +1,62 @@
+#include "stored_tables.h"
+
+#include <cstring>
+
+#include "service_error.h"
+#include "shadow_walk.h"
+
+namespace services {
+
+StoredTables::StoredTables(const shadow_db *root, InSharedMemory in_shared_memory)
+    : in_shared_memory_(std::move(in_shared_memory)), address_(root)
+{
+    if (root == nullptr)
+        throw ServiceError("no host was ever up: the window has no root");
+    if (!in_shared_memory_(root, sizeof *root))
+        throw ServiceError("the window's root leads out of it");
+    std::memcpy(&root_, root, sizeof root_);
+}
+
+template <typename Record>
+std::optional<std::vector<Record>> StoredTables::copy_of(const void *table, size_t count,
+                                                         const char *what) const
+{
+    if (table == nullptr)
+        return std::nullopt;
+    if (!in_shared_memory_(table, count * sizeof(Record)))
+        throw ServiceError("the window's table of " + std::string(what) + " leads out of it");
+    std::vector<Record> records(count);
+    std::memcpy(records.data(), table, count * sizeof(Record));
+    return records;
+}
+
+std::optional<std::vector<uidb_attribute>> StoredTables::attributes() const
+{
+    return copy_of<uidb_attribute>(root_.uidb_attr_table, UIDB_ATTRIBUTES, "attributes");
+}
+
+std::optional<std::vector<vservice_config>> StoredTables::vservices() const
+{
+    return copy_of<vservice_config>(root_.vservice_db, VSERVICES, "virtual services");
+}
+
+std::map<uint32_t, StoredKey> StoredTables::keys() const
+{
+    const AuditInput input{.root = address_, .in_shared_memory = in_shared_memory_};
+    AuditReport report;
+    ShadowWalk walk(input, report);
+    std::map<uint32_t, StoredKey> keys;
+    const auto slots = copy_of<const main_entry *>(root_.main_table, SHADOW_DB_MAIN_SLOTS, "keys");
+    for (const StoredEntry &entry : walk.run())
+        keys[entry.main_key].nodes.push_back({entry.content, entry.has_row});
+    if (!walk.chains_are_whole())
+        throw ServiceError("the shadow DB is damaged; see 'inlinectl audit'");
+    for (uint32_t key = 0; slots && key < slots->size(); ++key) {
+        const main_entry *address = (*slots)[key];
+        if (address != nullptr && in_shared_memory_(address, sizeof *address))
+            std::memcpy(&keys[key].content, address, sizeof *address);
+    }
+    return keys;
+}
+
+} // namespace services
