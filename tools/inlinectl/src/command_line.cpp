@@ -13,6 +13,8 @@
 #include "exit_code.h"
 #include "nearest_name.h"
 #include "run_command.h"
+#include "show_command.h"
+#include "vservice_command.h"
 
 namespace inlinectl {
 namespace {
@@ -27,7 +29,7 @@ constexpr const char *examples =
 
 std::vector<Command> all_commands()
 {
-    return {run_command(), card_command(), audit_command()};
+    return {run_command(), card_command(), vservice_command(), show_command(), audit_command()};
 }
 
 // A command and its place in the parser.

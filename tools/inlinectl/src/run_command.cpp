@@ -13,6 +13,7 @@
 #include "card_session.h"
 #include "evidence.h"
 #include "exit_code.h"
+#include "host_handles.h"
 #include "interrupt.h"
 #include "library_exit.h"
 #include "numbers.h"
@@ -60,26 +61,6 @@ RunInput read_input(const RunOptions &options, Progress &progress)
     return input;
 }
 
-services::HostHandles handles_of(vlc::VirtualLineCard &card, CardSession &session)
-{
-    return {.event_manager = card.events().handle(),
-            .window_id = card.window_id(),
-            .num_nps = card.config().num_nps,
-            .root = static_cast<shadow_db *>(card.window().root()),
-            .publish_root = [&card](shadow_db *root) { card.window().set_root(root); },
-            .run_until =
-                [&session](const std::function<bool()> &done) { return session.run_until(done); }};
-}
-
-std::unique_ptr<vlc::VirtualLineCard> card_of(const RunOptions &options, const RunInput &input,
-                                              const std::filesystem::path &state_directory)
-{
-    if (options.card_socket)
-        return std::make_unique<vlc::VirtualLineCard>(vlc::CardAtSocket{*options.card_socket},
-                                                      state_directory);
-    return std::make_unique<vlc::VirtualLineCard>(input.card, state_directory);
-}
-
 // Nothing without a plan.
 std::unique_ptr<vlc::Faults> attached_faults(const std::optional<vlc::FaultPlan> &plan,
                                              vlc::VirtualLineCard &card)
@@ -106,8 +87,8 @@ public:
     Run(const RunOptions &options, const RunInput &input, Progress &progress,
         const std::filesystem::path &state_directory)
         : options_(options), input_(input), progress_(progress), output_(output_of(options)),
-          owned_card_(card_of(options, input, state_directory)), card_(*owned_card_),
-          session_(card_), faults_(attached_faults(input.faults, card_)),
+          owned_card_(card_of(options.card_socket, input.card, state_directory)),
+          card_(*owned_card_), session_(card_), faults_(attached_faults(input.faults, card_)),
           host_(handles_of(card_, session_)), evidence_(options.state_directory)
     {
         card_.on_failed_answer(
