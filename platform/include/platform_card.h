@@ -30,6 +30,9 @@ uint32_t plm_slot_to_nodeid(uint16_t slot, uint32_t *nodeid);
 /* Starts the platform's statistics service for data-path counters. Returns 0, or a code. */
 uint32_t plm_dpss_stats_init(void);
 
+/* The number of an NP's table of dynamic counters; null for an NP without one. */
+const uint32_t *plm_dpss_get_stats_tbl_id(uint32_t np);
+
 #ifdef __cplusplus
 }
 #endif

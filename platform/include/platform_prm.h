@@ -37,7 +37,10 @@ typedef struct prm_notification {
  * byte of PRM_REFNUM_DELAY_QUEUE marks an answer that belongs to PRM's own delay queue. */
 enum { PRM_TABLE_SERVICE_CONFIG = 0, PRM_TABLE_EXT_CONF = 1 };
 enum { PRM_OP_ADD = 0, PRM_OP_MODIFY = 1, PRM_OP_DELETE = 2 };
+/* Requests for the flow table carry the ext conf table's number in theirs; PRM marks the answers to
+ * them in `flags`. */
 enum { PRM_REFNUM_OP_SHIFT = 8, PRM_REFNUM_TABLE_MASK = 0xFF, PRM_REFNUM_DELAY_QUEUE = 0xAB };
+enum { PRM_ANSWER_OF_FLOW_TABLE = 0x10000 };
 
 enum { PRM_RECORD_KIND = 4 };
 enum { PRM_KEY_BYTES = 100, PRM_RESULT_BYTES = 512 };
@@ -124,6 +127,9 @@ uint32_t prm_srh_service_config_del(void *handle, prm_config_record *record);
 uint32_t prm_srh_ext_service_db_add(void *handle, prm_config_record *record);
 uint32_t prm_srh_ext_service_db_mod(void *handle, prm_config_record *record);
 uint32_t prm_srh_ext_service_db_del(void *handle, prm_config_record *record);
+uint32_t prm_srh_flow_db_add(void *handle, prm_config_record *record);
+uint32_t prm_srh_flow_db_mod(void *handle, prm_config_record *record);
+uint32_t prm_srh_flow_db_del(void *handle, prm_config_record *record);
 
 RECORD_SIZE(prm_notification, 8);
 RECORD_FIELD(prm_notification, notif_class, 0);

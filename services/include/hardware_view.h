@@ -10,18 +10,23 @@ namespace services {
 
 using ByteSpan = std::span<const uint8_t>;
 
+// The number of the flow table beside those of the shadow DB's.
+inline constexpr uint32_t flow_table = 2;
+
 class HardwareView {
 public:
     virtual ~HardwareView() = default;
 
     virtual uint32_t nps() const = 0;
 
-    // `table` is SHADOW_DB_SERVICE_CONFIG or SHADOW_DB_EXT_CONF. The bytes are good for the call.
+    // `table` is SHADOW_DB_SERVICE_CONFIG, SHADOW_DB_EXT_CONF or flow_table. The bytes are good for
+    // the call.
     using VisitRow = std::function<void(ByteSpan key, ByteSpan result)>;
     virtual void for_each_row(uint32_t np, uint32_t table, const VisitRow &visit) const = 0;
 
-    using VisitAnswer =
-        std::function<void(uint32_t np, uint32_t refnum, uint32_t status, ByteSpan key)>;
+    // `table` is that of the request, which a reference number does not tell of a flow.
+    using VisitAnswer = std::function<void(uint32_t np, uint32_t table, uint32_t refnum,
+                                           uint32_t status, ByteSpan key)>;
     virtual void for_each_unread_answer(const VisitAnswer &visit) const = 0;
 };
 

@@ -66,6 +66,7 @@ struct Finding {
 // An answer of PRM that no host has read: in flight, no difference.
 struct UnreadAnswer {
     uint32_t np = 0;
+    uint32_t table = 0; // also flow_table
     uint32_t refnum = 0;
     uint32_t status = 0;
     std::vector<uint8_t> key;

@@ -238,8 +238,8 @@ private:
     void collect_answers()
     {
         input_.hardware->for_each_unread_answer(
-            [this](uint32_t np, uint32_t refnum, uint32_t status, ByteSpan key) {
-                report_.in_flight.push_back({np, refnum, status, {key.begin(), key.end()}});
+            [this](uint32_t np, uint32_t table, uint32_t refnum, uint32_t status, ByteSpan key) {
+                report_.in_flight.push_back({np, table, refnum, status, {key.begin(), key.end()}});
             });
     }
 

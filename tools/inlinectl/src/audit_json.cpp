@@ -54,6 +54,7 @@ ordered_json in_flight_json(const services::AuditReport &report)
     ordered_json list = ordered_json::array();
     for (const services::UnreadAnswer &answer : report.in_flight)
         list.push_back({{"np", answer.np},
+                        {"table", table_name(answer.table)},
                         {"refnum", answer.refnum},
                         {"status", answer.status},
                         {"key", spaced_hex(answer.key)}});

@@ -4,11 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "answer_table.h"
 #include "hardware_view.h"
 #include "vlc/card_access.h"
 #include "vlc/window.h"
 
 namespace inlinectl {
+
+static_assert(services::flow_table == static_cast<uint32_t>(vlc::TableKind::flow));
 
 class CardHardware final : public services::HardwareView {
 public:
@@ -26,8 +29,8 @@ public:
     void for_each_unread_answer(const VisitAnswer &visit) const override
     {
         card_.for_each_unread_answer([&visit](uint32_t, const vlc::StoredAnswer &answer) {
-            visit(answer.np, answer.refnum, answer.status,
-                  services::ByteSpan(answer.key, answer.key_len));
+            visit(answer.np, number_of_table(answer.refnum, answer.flags), answer.refnum,
+                  answer.status, services::ByteSpan(answer.key, answer.key_len));
         });
     }
 

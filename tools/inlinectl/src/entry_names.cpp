@@ -1,5 +1,6 @@
 #include "entry_names.h"
 
+#include "hardware_view.h"
 #include "lookup_keys.h"
 #include "protocol_names.h"
 
@@ -26,8 +27,22 @@ std::string service_name(uint16_t shadow_key)
     return "vservice " + std::to_string(shadow_key - lookup_keys::first_vservice_key);
 }
 
+std::string flow_name(const flow_layout::Tuple &flow)
+{
+    const auto end = [&flow](uint32_t address, uint16_t port) {
+        return entry_name(MeterTable::destinations, {flow.protocol, address, port});
+    };
+    const std::string source = end(flow.source, flow.source_port);
+    const std::string destination = end(flow.destination, flow.destination_port);
+    return source + " > " + destination.substr(destination.find(' ') + 1);
+}
+
 std::string key_name(uint32_t table, std::span<const uint8_t> key)
 {
+    if (table == services::flow_table) {
+        const auto flow = flow_layout::tuple_in(key);
+        return flow ? flow_name(*flow) : "";
+    }
     const std::optional<lookup_keys::Meaning> meaning = lookup_keys::meaning_of(key);
     if (!meaning)
         return {};

@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 
+#include "flow_layout.h"
 #include "traffic_meter.h"
 
 namespace inlinectl {
@@ -14,6 +15,9 @@ std::string entry_name(services::MeterTable table, const services::Destination &
 
 // "vservice 7"; of another service's key "key 7".
 std::string service_name(uint16_t shadow_key);
+
+// "tcp 192.0.2.1:34567 > 192.0.2.2:80"
+std::string flow_name(const flow_layout::Tuple &flow);
 
 // The same from the bytes of a key; empty for a key that is laid out in another way.
 std::string key_name(uint32_t table, std::span<const uint8_t> key);

@@ -9,7 +9,9 @@
 #include <string_view>
 #include <vector>
 
+#include "answer_table.h"
 #include "entry_names.h"
+#include "flow_layout.h"
 #include "hardware_failures.h"
 #include "inline_service_shadowdb.h"
 #include "numbers.h"
@@ -40,7 +42,7 @@ void row(std::ostream &out, std::string_view label, const std::string &value)
 
 uint32_t table_of(const prm_async_response &answer)
 {
-    return answer.refnum & PRM_REFNUM_TABLE_MASK;
+    return number_of_table(answer.refnum, answer.flags);
 }
 
 Span key_of(const prm_async_response &answer)
@@ -83,11 +85,36 @@ void write_node(std::ostream &out, uint32_t main_key, const shmem_node &node, ui
                 hexadecimal(node.stat_index_drop[np]));
 }
 
-void write_np_row(std::ostream &out, uint32_t np, const vlc::TableRow &stored,
+std::string count_text(const vlc::PacketCount &count)
+{
+    return counted(count.packets, "packet", "packets") + ", " +
+           counted(count.bytes, "byte", "bytes");
+}
+
+void write_flow_counters(std::ostream &out, uint32_t np, Span result, vlc::CardAccess &card)
+{
+    const uint32_t address =
+        flow_layout::is_flow_result(result) ? flow_layout::counter_address(result) : 0;
+    bool is_known = false;
+    card.for_each_counter_run(np, [&](const vlc::CounterRun &run) {
+        if (vlc::DynamicCounters::address_of(run.first) != address)
+            return;
+        is_known = true;
+        for (uint32_t i = 0; i < run.length; ++i)
+            row(out, "",
+                "counter " + hexadecimal(run.first + i) + ": " + count_text(run.counts[i]));
+    });
+    if (!is_known)
+        row(out, "", address == 0 ? "names no counter" : "names a counter that is not in use");
+}
+
+void write_np_row(std::ostream &out, uint32_t np, vlc::TableKind table, const vlc::TableRow &stored,
                   vlc::CardAccess &card)
 {
     const std::string of_np = "NP " + std::to_string(np);
     row(out, of_np, spaced_hex(stored.result_span()));
+    if (table == vlc::TableKind::flow)
+        return write_flow_counters(out, np, stored.result_span(), card);
     const bool unswapped = vlc::takes_counters_unswapped(card.config().card_type);
     const uint32_t counter = vlc::counter_in_result(stored.result_span(), unswapped);
     const int64_t place = vlc::CounterBank::place(counter);
@@ -96,9 +123,7 @@ void write_np_row(std::ostream &out, uint32_t np, const vlc::TableRow &stored,
         return;
     }
     const vlc::PacketCount count = card.counter(np, static_cast<uint32_t>(place));
-    row(out, "",
-        "counter " + hexadecimal(counter) + ": " + counted(count.packets, "packet", "packets") +
-            ", " + counted(count.bytes, "byte", "bytes"));
+    row(out, "", "counter " + hexadecimal(counter) + ": " + count_text(count));
 }
 
 } // namespace
@@ -170,7 +195,7 @@ void write_np_rows(std::ostream &out, const prm_async_response &answer, vlc::Car
                 stored = one;
         });
         if (stored)
-            write_np_row(out, np, *stored, card);
+            write_np_row(out, np, table, *stored, card);
         else
             row(out, "NP " + std::to_string(np), "no row");
     }

@@ -3,6 +3,7 @@
 #include <array>
 #include <string_view>
 
+#include "answer_table.h"
 #include "platform_prm.h"
 #include "vlc/event_debug.h"
 
@@ -35,7 +36,7 @@ std::string name_in(const auto &names, uint32_t number)
 
 std::string table_name(uint32_t table)
 {
-    static constexpr std::array names{"service config", "ext conf"};
+    static constexpr std::array names{"service config", "ext conf", "flow"};
     return name_in(names, table);
 }
 
@@ -67,7 +68,7 @@ void HardwareFailures::take(const vlc::TraceEvent &event)
     if (format.starts_with(late_answer_message) && event.args.size() >= late_answer_arguments) {
         const auto refnum = static_cast<uint32_t>(event.args[2]);
         ++late_answers_[{.np = static_cast<uint32_t>(event.args[0]),
-                         .table = refnum & PRM_REFNUM_TABLE_MASK,
+                         .table = number_of_table(refnum, static_cast<uint32_t>(event.args[1])),
                          .operation = refnum >> PRM_REFNUM_OP_SHIFT,
                          .reason = event.texts[5]}];
     } else if (names_a_step(format) && event.args.size() >= step_arguments) {

@@ -18,7 +18,7 @@ namespace inlinectl {
 // A request that was taken in and answered later with a status.
 struct LateAnswer {
     uint32_t np = 0;
-    uint32_t table = 0;     // PRM_TABLE_*
+    uint32_t table = 0;     // as in vlc::TableKind
     uint32_t operation = 0; // PRM_OP_*
     std::string reason;
     auto operator<=>(const LateAnswer &) const = default;
@@ -49,7 +49,7 @@ private:
     uint64_t missed_ = 0;
 };
 
-// "service config", "ext conf"; "add", "modify", "delete"; the number for another.
+// "service config", "ext conf", "flow"; "add", "modify", "delete"; the number for another.
 std::string table_name(uint32_t table);
 std::string operation_name(uint32_t operation);
 

@@ -64,7 +64,8 @@ TableTraffic traffic_of(const RunReport &report, vlc::TableKind table)
     for (const vlc::NpTotals &np : report.traffic.nps) {
         const uint64_t hits = np.hits[static_cast<size_t>(table)];
         sum.hits += hits;
-        sum.misses += np.packets - np.encapsulated_packets - np.too_long_packets - hits;
+        sum.misses +=
+            np.packets - np.policed_packets - np.encapsulated_packets - np.too_long_packets - hits;
     }
     return sum;
 }

@@ -7,9 +7,11 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 
 #include "vlc/card_config.h"
 #include "vlc/data_plane.h"
+#include "vlc/np_flows.h"
 #include "vlc/np_store.h"
 #include "vlc/prm_store.h"
 #include "vlc/state_error.h"
@@ -35,6 +37,11 @@ public:
     // With what each row has counted since it was added: packets that hit it, and their bytes on
     // the wire; of a row that encapsulates, the bytes that left.
     virtual void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) = 0;
+    virtual void for_each_flow(uint32_t np, const VisitFlow &visit) = 0;
+    // Nothing when the NP's flow table does not have the key.
+    virtual std::optional<FlowActivity> flow_activity(uint32_t np, Bytes key) = 0;
+    // The dynamic counters that are in use.
+    virtual void for_each_counter_run(uint32_t np, const VisitRun &visit) = 0;
     // Of every handle, the oldest of each first.
     virtual void for_each_unread_answer(const VisitAnswer &visit) = 0;
     // By the counter's place in the bank, 0 to CounterBank::count - 1.
@@ -50,6 +57,9 @@ public:
     virtual bool process(const CapturedPacket &packet) = 0;
     // Where packets go that the card encapsulates, in order, at the latest with traffic().
     virtual void on_output(Output output) = 0;
+    // Who wants to hear of the flows that the NPs do not have, packet by packet, and may program
+    // them there and then. Must not throw, and must not give packets in.
+    virtual void on_flow_miss(FlowMissHandler handler) = 0;
     struct Traffic {
         DataPlaneTotals totals;   // of the packets that were given in here
         uint64_t undelivered = 0; // did not reach the card, or nobody knows whether

@@ -64,6 +64,8 @@ struct CardConfig {
     uint16_t num_nps = 2;                    // 1 to 8
     uint32_t service_config_capacity = 8192; // rows of an NP's table
     uint32_t ext_conf_capacity = 8192;
+    uint32_t flow_capacity = 8192;
+    uint32_t dynamic_counters = 16384; // of an NP; 0 for none
     uint64_t window_bytes = uint64_t{64} << 20;
     std::vector<SlotConfig> slots;
     std::vector<InterfaceConfig> interfaces; // the first that a packet fits is the packet's

@@ -3,6 +3,8 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
+#include <optional>
 #include <vector>
 
 #include "vlc/card_config.h"
@@ -23,6 +25,9 @@ struct NpTotals {
     uint64_t encapsulated_packets = 0;
     uint64_t encapsulated_bytes = 0; // as they left
     uint64_t too_long_packets = 0;
+    // Dropped by a flow's policer: they are looked up no further.
+    uint64_t policed_packets = 0;
+    uint64_t policed_bytes = 0;
 };
 
 struct DataPlaneTotals {
@@ -36,6 +41,16 @@ struct DataPlaneTotals {
     void add(const DataPlaneTotals &more); // of a card with as many NPs
 };
 
+// A packet whose 5-tuple the flow table of its NP does not have. Who hears of it may program the
+// flow before it returns; the packet is then the first that is counted on it.
+struct FlowMiss {
+    FiveTuple tuple;
+    uint32_t np;
+    uint32_t wire_length;
+    int64_t nanoseconds; // when it came
+};
+using FlowMissHandler = std::function<void(const FlowMiss &)>;
+
 class DataPlane {
 public:
     DataPlane(const DataPlane &) = delete;
@@ -43,11 +58,17 @@ public:
     DataPlane(NpStore &nps, const CardConfig &config);
     void process(const CapturedPacket &packet) noexcept;
     void on_output(Output output) { output_ = std::move(output); } // must not throw
-    void start_over();                                             // the totals
+    void on_flow_miss(FlowMissHandler handler) { flow_miss_ = std::move(handler); } // nor this
+    // What process() would say of the packet; nothing when it would not.
+    std::optional<FlowMiss> flow_miss(const CapturedPacket &packet) const noexcept;
+    void start_over(); // the totals
     const DataPlaneTotals &totals() const { return totals_; }
     uint32_t np_of(const FiveTuple &tuple) const noexcept; // a hash of the 5-tuple
 
 private:
+    enum class FlowFate { missed, goes_on, dropped };
+    FlowFate meet_flow(Np &np, NpTotals &totals, const CapturedPacket &packet,
+                       const FlowMiss &seen) noexcept;
     enum class Fate { goes_on, encapsulated };
     Fate meet_service(Np &np, NpTotals &totals, const CapturedPacket &packet,
                       const ParsedPacket &parsed) noexcept;
@@ -58,6 +79,7 @@ private:
     bool unswapped_; // how this card type reads a counter's number in a result
     DataPlaneTotals totals_;
     Output output_;
+    FlowMissHandler flow_miss_;
 };
 
 // Whether NPs of this card type take the counter in a result without an exchange of its bytes.

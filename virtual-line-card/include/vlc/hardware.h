@@ -36,15 +36,21 @@ public:
     const CardConfig &config() const override { return hardware_.config(); }
     void for_each_row(uint32_t np, TableKind table, const VisitRow &visit) override;
     void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) override;
+    void for_each_flow(uint32_t np, const VisitFlow &visit) override;
+    std::optional<FlowActivity> flow_activity(uint32_t np, Bytes key) override;
+    void for_each_counter_run(uint32_t np, const VisitRun &visit) override;
     void for_each_unread_answer(const VisitAnswer &visit) override;
     PacketCount counter(uint32_t np, uint32_t place) override;
 
     bool process(const CapturedPacket &packet) override;
     void on_output(Output output) override { plane_.on_output(std::move(output)); }
+    void on_flow_miss(FlowMissHandler handler) override { plane_.on_flow_miss(std::move(handler)); }
     Traffic traffic() override { return {plane_.totals(), 0}; }
     bool settle() override { return false; } // what PRM says is on the event manager at once
 
 private:
+    Np &np(uint32_t number) const;
+
     Hardware &hardware_;
     DataPlane plane_;
 };

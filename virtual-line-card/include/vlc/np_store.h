@@ -2,8 +2,6 @@
 // stands when the process that hosts it is killed.
 #pragma once
 
-#include <emmintrin.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -12,14 +10,16 @@
 #include <vector>
 
 #include "vlc/card_config.h"
+#include "vlc/count_cell.h"
+#include "vlc/dynamic_counters.h"
 #include "vlc/state_directory.h"
 
 namespace vlc {
 
 using Bytes = std::span<const uint8_t>;
 
-enum class TableKind : uint8_t { service_config = 0, ext_conf = 1 };
-inline constexpr uint32_t table_kinds = 2;
+enum class TableKind : uint8_t { service_config = 0, ext_conf = 1, flow = 2 };
+inline constexpr uint32_t table_kinds = 3;
 
 // One row of an NP's table as the hardware has it.
 struct TableRow {
@@ -39,32 +39,26 @@ static_assert(sizeof(TableRow) == 128);
 
 enum class TableOutcome { done, duplicate, missing, full, too_wide };
 
-struct PacketCount {
-    uint64_t packets;
-    uint64_t bytes;
-    bool operator==(const PacketCount &) const = default;
-};
-
-// A count in a file. Both words change in one store, so a kill cannot part them.
-class CountCell {
+// What an NP keeps of a flow's row beside its count. Both words change in one store.
+class FlowCell {
 public:
-    void add(uint32_t bytes) noexcept { store(_mm_add_epi64(words_, _mm_set_epi64x(bytes, 1))); }
-    PacketCount read() const noexcept
+    struct State {
+        uint64_t owed = 0;       // by the policer's bucket until it is full again: bytes * 1e9
+        int64_t last_packet = 0; // when it came, in nanoseconds; 0 before the first one
+    };
+    State read() const noexcept
     {
-        alignas(16) uint64_t words[2];
-        _mm_store_si128(reinterpret_cast<__m128i *>(words), words_);
-        return {words[0], words[1]};
+        const PairCell::Words words = words_.read();
+        return {words[0], static_cast<int64_t>(words[1])};
     }
-    void clear() noexcept { store(_mm_setzero_si128()); }
-    void take_over(const CountCell &other) noexcept { store(other.words_); }
+    void write(const State &state) noexcept
+    {
+        words_.write({state.owed, static_cast<uint64_t>(state.last_packet)});
+    }
 
 private:
-    // Volatile, so that no compiler parts or joins these stores.
-    void store(__m128i value) noexcept { *const_cast<volatile __m128i *>(&words_) = value; }
-
-    __m128i words_; // packets in the low half, bytes in the high one
+    PairCell words_;
 };
-static_assert(sizeof(CountCell) == sizeof(PacketCount));
 
 // An exact-match table. Each row has a count of the packets that hit it: it begins with the row,
 // stays through its modifies, and goes with it. Each change is one store: a row is filled while
@@ -85,14 +79,27 @@ public:
     // Of a row that find() or for_each() gave.
     void count_hit(const TableRow &row, uint32_t bytes) noexcept { hits_[&row - rows_].add(bytes); }
     PacketCount hits(const TableRow &row) const noexcept { return hits_[&row - rows_].read(); }
+    // Of a row of the flow table; the other tables have none.
+    FlowCell &flow_cell(const TableRow &row) noexcept { return flow_cells_[&row - rows_]; }
+    const FlowCell &flow_cell(const TableRow &row) const noexcept
+    {
+        return flow_cells_[&row - rows_];
+    }
 
 private:
     friend class Np;
     NpTable() = default;
     static uint64_t bytes_for(uint32_t capacity);
     static uint64_t hit_bytes_for(uint32_t capacity);
+    static uint64_t flow_bytes_for(uint32_t capacity);
+    struct Memory {
+        std::byte *table;
+        std::byte *hits;
+        std::byte *flow_cells; // null for none
+    };
     // Takes the table over as the file holds it. Returns what is wrong with it, or null.
-    const char *attach(std::byte *memory, std::byte *hits, uint32_t capacity);
+    const char *attach(const Memory &memory, uint32_t capacity);
+    const char *check_rows() const;
     struct Probe;
     Probe probe(Bytes key) const noexcept;
     uint32_t fill_free_row(uint32_t hash, Bytes key, Bytes result);
@@ -109,6 +116,7 @@ private:
     uint32_t index_mask_ = 0;
     TableRow *rows_ = nullptr;  // one more than the capacity, so that modify always has a free one
     CountCell *hits_ = nullptr; // one a row
+    FlowCell *flow_cells_ = nullptr; // one a row of the flow table
     uint32_t capacity_ = 0;
     uint32_t size_ = 0;
     uint32_t entries_ = 0; // of the index that are not empty: rows and marks of removed ones
@@ -139,6 +147,8 @@ public:
     const NpTable &table(TableKind kind) const { return tables_[static_cast<size_t>(kind)]; }
     CounterBank &counters() { return counters_; }
     const CounterBank &counters() const { return counters_; }
+    DynamicCounters &dynamic_counters() { return dynamic_counters_; }
+    const DynamicCounters &dynamic_counters() const { return dynamic_counters_; }
 
     Np(const StateDirectory &directory, uint32_t number, const CardConfig &config);
     ~Np();
@@ -146,11 +156,13 @@ public:
     Np &operator=(const Np &) = delete;
 
 private:
-    const char *attach(std::byte *memory, const CardConfig &config);
+    struct Layout;
+    const char *attach(std::byte *file, const Layout &layout, const CardConfig &config);
     struct File;
     std::unique_ptr<File> file_;
     NpTable tables_[table_kinds];
     CounterBank counters_;
+    DynamicCounters dynamic_counters_;
 };
 
 // All NPs of a card. An existing directory keeps its number of NPs and its capacities: opening it

@@ -26,7 +26,9 @@ enum PrmCode : uint32_t {
     prm_no_handle = 0x257C5408,
     prm_name_unknown = 0x257C5409,
     prm_no_room = 0x257C540A,
-    prm_bad_counter = 0x257C540B
+    prm_bad_counter = 0x257C540B,
+    prm_no_counter = 0x257C540C,
+    prm_bad_statistics_table = 0x257C540D
 };
 
 class HeldAnswers;
@@ -69,6 +71,9 @@ public:
     bool is_handle(uint32_t handle) const { return store_.is_handle(handle); }
     // `out` may be null: then the counter is only cleared, or only checked.
     uint32_t read_counter(uint32_t np, uint32_t counter, uint32_t option, uint64_t out[2]);
+    // Dynamic counters: a run of one or two, known by its first number.
+    uint32_t take_counters(uint32_t np, uint32_t length, uint32_t *first);
+    uint32_t give_counters_back(uint32_t np, uint32_t first);
 
     // Queues an answer that no request asked for: one of the delay queue (a reference number whose
     // low byte is PRM_REFNUM_DELAY_QUEUE), or any other that a test needs.

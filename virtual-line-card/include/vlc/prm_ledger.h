@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <tuple>
 
@@ -14,7 +15,7 @@ namespace vlc {
 class PrmLedger {
 public:
     // In doubt: it went out, and nobody knows whether PRM took it in.
-    void note_request(const prm_config_record &record, bool in_doubt);
+    void note_request(TableKind table, const prm_config_record &record, bool in_doubt);
     void note_answer(const prm_async_response &response);
     void note_break(); // of the connection to PRM
 
@@ -34,7 +35,8 @@ public:
     const Sums &sums() const { return sums_; }
 
 private:
-    using Request = std::tuple<uint32_t, uint32_t, std::string>; // NP, reference number, key
+    // NP, table, reference number, key
+    using Request = std::tuple<uint32_t, std::optional<TableKind>, uint32_t, std::string>;
     struct Open {
         uint64_t taken = 0;
         uint64_t in_doubt = 0;

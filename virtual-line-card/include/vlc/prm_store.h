@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include "vlc/np_store.h"
@@ -25,6 +26,10 @@ struct StoredAnswer {
     uint8_t result[120]; // longer results are cut; result_len is what is kept
 };
 static_assert(sizeof(StoredAnswer) == 248);
+
+// The table of the request that an answer is of; nothing for one of the delay queue or unknown.
+// Its reference number alone does not tell a flow from an entry of the ext conf table.
+std::optional<TableKind> table_of_answer(uint32_t refnum, uint32_t flags) noexcept;
 
 class PrmStore {
 public:

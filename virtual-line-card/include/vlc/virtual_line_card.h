@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <span>
 #include <string>
 
 #include "vlc/card_access.h"
@@ -48,7 +49,12 @@ public:
     std::string why_given_up() const; // why it is not looked for any more; empty while it is
     // Sees each answer of a request that was not carried out, when the library reads it.
     void on_failed_answer(std::function<void(const prm_async_response &)> listener);
-    bool data_path_statistics_started() const; // by plm_dpss_stats_init
+    // What a flow service has its flow records handed to, a slice at each call of the walker of its
+    // table. It must not delete them.
+    using FlowScan = std::function<void(std::span<void *const> records)>;
+    void on_flow_scan(FlowScan scan);
+    void scan_flows(std::span<void *const> records) const; // as the walker does
+    bool data_path_statistics_started() const;             // by plm_dpss_stats_init
 
 private:
     friend struct CardServices;

@@ -5,6 +5,7 @@
 #include <bit>
 
 #include "encapsulation_layout.h"
+#include "flow_layout.h"
 #include "lookup_keys.h"
 
 namespace vlc {
@@ -47,6 +48,38 @@ bool look_up(Np &np, NpTotals &totals, TableKind kind, Bytes key, bool unswapped
         np.counters().add(static_cast<uint32_t>(place), wire_length);
     }
     return true;
+}
+
+flow_layout::Key flow_key(const FiveTuple &tuple) noexcept
+{
+    return flow_layout::key_of({.source = tuple.source,
+                                .destination = tuple.destination,
+                                .source_port = tuple.source_port,
+                                .destination_port = tuple.destination_port,
+                                .protocol = tuple.protocol});
+}
+
+__extension__ using Wide = unsigned __int128;
+
+// Whether the packet conforms. The bucket is kept as what it lacks, so that a new one is full.
+bool pass_policer(const flow_layout::Policer &policer, const CapturedPacket &packet,
+                  FlowCell::State &state) noexcept
+{
+    constexpr uint64_t second = 1'000'000'000;
+    if (policer.rate == 0) {
+        return true;
+    }
+    const uint64_t room = uint64_t{policer.burst} * second;
+    uint64_t owed = std::min(state.owed, room);
+    if (packet.nanoseconds > state.last_packet) {
+        const uint64_t elapsed =
+            static_cast<uint64_t>(packet.nanoseconds) - static_cast<uint64_t>(state.last_packet);
+        owed -= static_cast<uint64_t>(std::min(Wide{owed}, Wide{elapsed} * policer.rate));
+    }
+    const uint64_t wanted = packet.wire_length * second;
+    const bool conforms = wanted <= room - owed;
+    state.owed = conforms ? owed + wanted : owed;
+    return conforms;
 }
 
 } // namespace
@@ -100,6 +133,8 @@ void DataPlaneTotals::add(const DataPlaneTotals &more)
         nps[np].encapsulated_packets += more.nps[np].encapsulated_packets;
         nps[np].encapsulated_bytes += more.nps[np].encapsulated_bytes;
         nps[np].too_long_packets += more.nps[np].too_long_packets;
+        nps[np].policed_packets += more.nps[np].policed_packets;
+        nps[np].policed_bytes += more.nps[np].policed_bytes;
     }
 }
 
@@ -111,6 +146,57 @@ uint32_t DataPlane::np_of(const FiveTuple &tuple) const noexcept
     const uint64_t hash = mix(addresses ^ std::rotl(rest * 0x9e3779b97f4a7c15u, 32));
     // The upper half, scaled to the number of NPs: no division on the way of a packet.
     return static_cast<uint32_t>((hash >> 32) * totals_.nps.size() >> 32);
+}
+
+// A packet meets the flow of its 5-tuple, which is programmed on the way when somebody wants to.
+DataPlane::FlowFate DataPlane::meet_flow(Np &np, NpTotals &totals, const CapturedPacket &packet,
+                                         const FlowMiss &seen) noexcept
+{
+    const flow_layout::Key key = flow_key(seen.tuple);
+    NpTable &table = np.table(TableKind::flow);
+    const TableRow *row = table.find(key);
+    if (row == nullptr && flow_miss_) {
+        flow_miss_(seen);
+        row = table.find(key);
+    }
+    if (row == nullptr) {
+        return FlowFate::missed;
+    }
+    ++totals.hits[static_cast<size_t>(TableKind::flow)];
+    table.count_hit(*row, packet.wire_length);
+    FlowCell &cell = table.flow_cell(*row);
+    FlowCell::State state = cell.read();
+    const Bytes result = row->result_span();
+    const bool is_flow = flow_layout::is_flow_result(result);
+    const auto policer = is_flow ? flow_layout::policer_in(result) : std::nullopt;
+    const bool conforms = !policer || pass_policer(*policer, packet, state);
+    state.last_packet = packet.nanoseconds;
+    cell.write(state);
+    if (const uint32_t address = is_flow ? flow_layout::counter_address(result) : 0) {
+        DynamicCounters &counters = np.dynamic_counters();
+        const int64_t place = counters.place_of_address(address + (conforms ? 0 : 1));
+        if (place >= 0) {
+            counters.add(static_cast<uint32_t>(place), packet.wire_length);
+        }
+    }
+    if (!conforms) {
+        ++totals.policed_packets;
+        totals.policed_bytes += packet.wire_length;
+    }
+    return conforms ? FlowFate::goes_on : FlowFate::dropped;
+}
+
+std::optional<FlowMiss> DataPlane::flow_miss(const CapturedPacket &packet) const noexcept
+{
+    const ParsedPacket parsed = parse_packet(packet);
+    if (parsed.unreadable != Unreadable::none) {
+        return std::nullopt;
+    }
+    const uint32_t np = np_of(parsed.tuple);
+    if (nps_[np].table(TableKind::flow).find(flow_key(parsed.tuple)) != nullptr) {
+        return std::nullopt;
+    }
+    return FlowMiss{parsed.tuple, np, packet.wire_length, packet.nanoseconds};
 }
 
 // A packet meets the entry of the interface that it enters on.
@@ -164,7 +250,10 @@ void DataPlane::process(const CapturedPacket &packet) noexcept
     ++totals.packets;
     totals.bytes += packet.wire_length;
 
-    if (meet_service(np, totals, packet, parsed) == Fate::encapsulated) {
+    const FlowFate flow =
+        meet_flow(np, totals, packet, {tuple, np_number, packet.wire_length, packet.nanoseconds});
+    if (flow == FlowFate::dropped ||
+        meet_service(np, totals, packet, parsed) == Fate::encapsulated) {
         return;
     }
     const auto destination =
@@ -174,7 +263,7 @@ void DataPlane::process(const CapturedPacket &packet) noexcept
         look_up(np, totals, TableKind::service_config, destination, unswapped_, packet.wire_length);
     const bool hit_address =
         look_up(np, totals, TableKind::ext_conf, address, unswapped_, packet.wire_length);
-    if (!hit_destination && !hit_address) {
+    if (!hit_destination && !hit_address && flow == FlowFate::missed) {
         ++totals_.missed_packets;
         totals_.missed_bytes += packet.wire_length;
     }

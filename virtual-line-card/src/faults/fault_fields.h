@@ -31,9 +31,10 @@ inline constexpr std::array<FaultWord<FaultAction>, 11> fault_actions{{
     {"restart", FaultAction::restart},
     {"np-reset", FaultAction::np_reset},
 }};
-inline constexpr std::array<FaultWord<TableKind>, 2> fault_tables{{
+inline constexpr std::array<FaultWord<TableKind>, table_kinds> fault_tables{{
     {"service_config", TableKind::service_config},
     {"ext_conf", TableKind::ext_conf},
+    {"flow", TableKind::flow},
 }};
 inline constexpr std::array<FaultWord<uint32_t>, 3> fault_operations{{
     {"add", PRM_OP_ADD},

@@ -20,8 +20,9 @@ bool is_announcement(FrameKind kind)
 std::string described(const CardConfig &card)
 {
     return std::to_string(card.num_nps) + " NPs, type " + std::to_string(card.card_type) + ", " +
-           std::to_string(card.service_config_capacity) + " and " +
-           std::to_string(card.ext_conf_capacity) + " rows";
+           std::to_string(card.service_config_capacity) + ", " +
+           std::to_string(card.ext_conf_capacity) + " and " + std::to_string(card.flow_capacity) +
+           " rows, " + std::to_string(card.dynamic_counters) + " dynamic counters";
 }
 
 } // namespace

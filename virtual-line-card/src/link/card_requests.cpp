@@ -63,6 +63,12 @@ constexpr CardRequests::Handler CardRequests::handlers[] = {
     {FrameKind::packets, false, &CardRequests::packets},
     {FrameKind::rows, true, &CardRequests::rows},
     {FrameKind::hit_counts, true, &CardRequests::hit_counts},
+    {FrameKind::take_counters, false, &CardRequests::take_counters},
+    {FrameKind::give_counters_back, false, &CardRequests::give_counters_back},
+    {FrameKind::go_on, false, &CardRequests::go_on},
+    {FrameKind::flows, true, &CardRequests::flows},
+    {FrameKind::flow_activity, true, &CardRequests::flow_activity},
+    {FrameKind::dynamic_counters, true, &CardRequests::counter_runs},
     {FrameKind::answers, true, &CardRequests::answers},
     {FrameKind::counter, true, &CardRequests::counter},
 };
@@ -171,30 +177,64 @@ void CardRequests::read_counter(WireReader &in, WireWriter &out, const Part &)
     out.number(words[0]).number(words[1]);
 }
 
+// Packets are carried through one after the other. Where the host wants to hear of misses, the
+// first packet whose flow no NP has ends the reply, and waits with those behind it until the host
+// says that they go on.
 void CardRequests::packets(WireReader &in, WireWriter &out, const Part &part)
 {
-    const bool is_output_wanted = in.number<uint8_t>() != 0;
-    std::vector<CapturedPacket> all;
-    while (in.has_more()) {
+    Waiting given;
+    get(in, given.wishes);
+    const std::span<const uint8_t> rest = in.take_rest();
+    given.bytes.assign(rest.begin(), rest.end());
+    WireReader packets(given.bytes);
+    while (packets.has_more()) {
         CapturedPacket packet{};
-        get(in, packet);
+        get(packets, packet);
         if (packet.link != LinkType::ethernet && packet.link != LinkType::linux_sll)
-            in.refuse(); // nobody knows how to read it
-        all.push_back(packet);
+            packets.refuse(); // nobody knows how to read it
+        given.packets.push_back(packet);
     }
+    if (!packets.is_whole())
+        in.refuse();
     if (!in.is_whole())
         return;
+    waiting_ = std::move(given);
+    process_waiting(false, out, part);
+}
+
+void CardRequests::go_on(WireReader &in, WireWriter &out, const Part &part)
+{
+    if (waiting_.next == waiting_.packets.size())
+        in.refuse(); // nothing waits
+    if (in.is_whole())
+        process_waiting(true, out, part);
+}
+
+void CardRequests::process_waiting(bool is_first_known, WireWriter &out, const Part &part)
+{
     Parts parts(part);
-    plane_.on_output({});
-    if (is_output_wanted)
+    if (waiting_.wishes.output)
         plane_.on_output([&parts](const EncapsulatedPacket &packet) { parts.add(packet); });
     plane_.start_over();
-    for (const CapturedPacket &packet : all)
+    std::optional<FlowMiss> miss;
+    const size_t first = waiting_.next;
+    for (; waiting_.next < waiting_.packets.size(); ++waiting_.next) {
+        const CapturedPacket &packet = waiting_.packets[waiting_.next];
+        const bool is_known = is_first_known && waiting_.next == first;
+        if (waiting_.wishes.flow_misses && !is_known && (miss = plane_.flow_miss(packet)))
+            break;
         plane_.process(packet);
+    }
     plane_.on_output({});
     parts.finish();
     traffic_.add(plane_.totals());
     put(out, plane_.totals());
+    out.number(static_cast<uint32_t>(waiting_.next - first));
+    out.number(static_cast<uint8_t>(miss ? 1 : 0));
+    if (miss)
+        put(out, *miss);
+    else
+        waiting_ = {};
 }
 
 void CardRequests::rows(WireReader &in, WireWriter &, const Part &part)
@@ -244,6 +284,66 @@ void CardRequests::counter(WireReader &in, WireWriter &out, const Part &)
         return;
     const PacketCount count = hardware_.nps()[np].counters().read(place);
     out.number(count.packets).number(count.bytes);
+}
+
+// The NP that a request names; null, and refused, when there is none.
+const Np *CardRequests::np_in(WireReader &in) const
+{
+    const auto np = in.number<uint32_t>();
+    if (np < hardware_.nps().size())
+        return &hardware_.nps()[np];
+    in.refuse();
+    return nullptr;
+}
+
+void CardRequests::flows(WireReader &in, WireWriter &, const Part &part)
+{
+    const Np *np = np_in(in);
+    if (!in.is_whole())
+        return;
+    Parts parts(part);
+    for_each_flow(*np, [&parts](const TableRow &row, const FlowActivity &activity) {
+        parts.add(row, activity);
+    });
+    parts.finish();
+}
+
+void CardRequests::flow_activity(WireReader &in, WireWriter &out, const Part &)
+{
+    const Np *np = np_in(in);
+    const std::span<const uint8_t> key = in.take_rest();
+    if (!in.is_whole())
+        return;
+    const std::optional<FlowActivity> activity = vlc::flow_activity(*np, key);
+    out.number(static_cast<uint8_t>(activity ? 1 : 0));
+    put(out, activity.value_or(FlowActivity{}));
+}
+
+void CardRequests::counter_runs(WireReader &in, WireWriter &, const Part &part)
+{
+    const Np *np = np_in(in);
+    if (!in.is_whole())
+        return;
+    Parts parts(part);
+    for_each_counter_run(*np, [&parts](const CounterRun &run) { parts.add(run); });
+    parts.finish();
+}
+
+void CardRequests::take_counters(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto np = in.number<uint32_t>();
+    const auto length = in.number<uint32_t>();
+    uint32_t first = 0;
+    if (in.is_whole())
+        out.number(hardware_.prm().take_counters(np, length, &first)).number(first);
+}
+
+void CardRequests::give_counters_back(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto np = in.number<uint32_t>();
+    const auto first = in.number<uint32_t>();
+    if (in.is_whole())
+        out.number(hardware_.prm().give_counters_back(np, first));
 }
 
 } // namespace vlc

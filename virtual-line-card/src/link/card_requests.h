@@ -15,6 +15,8 @@ public:
     using Part = std::function<void(Payload part)>;
     // Nothing for a request that is malformed or that this peer may not make.
     std::optional<Payload> answer(const Frame &frame, PeerRole role, const Part &part);
+    // Packets that wait for a host that has gone go with it.
+    void forget_packets() { waiting_ = {}; }
     const DataPlaneTotals &traffic() const { return traffic_; }
 
 private:
@@ -32,12 +34,29 @@ private:
     void packets(WireReader &in, WireWriter &out, const Part &part);
     void rows(WireReader &in, WireWriter &out, const Part &part);
     void hit_counts(WireReader &in, WireWriter &out, const Part &part);
+    void flows(WireReader &in, WireWriter &out, const Part &part);
+    void flow_activity(WireReader &in, WireWriter &out, const Part &part);
+    void counter_runs(WireReader &in, WireWriter &out, const Part &part);
+    void take_counters(WireReader &in, WireWriter &out, const Part &part);
+    void give_counters_back(WireReader &in, WireWriter &out, const Part &part);
+    void go_on(WireReader &in, WireWriter &out, const Part &part);
     void answers(WireReader &in, WireWriter &out, const Part &part);
     void counter(WireReader &in, WireWriter &out, const Part &part);
+
+    const Np *np_in(WireReader &in) const;
+    void process_waiting(bool is_first_known, WireWriter &out, const Part &part);
 
     Hardware &hardware_;
     DataPlane plane_;
     DataPlaneTotals traffic_;
+    // Packets of the host that wait for what it makes of a flow that the first of them missed.
+    struct Waiting {
+        Payload bytes; // what the packets point into
+        std::vector<CapturedPacket> packets;
+        size_t next = 0;
+        PacketWishes wishes{};
+    };
+    Waiting waiting_;
 };
 
 } // namespace vlc

@@ -176,8 +176,10 @@ bool CardServer::State::greet(Peer &peer, const Frame &frame)
     }
     peer.role = role;
     peer.has_greeted = true;
-    if (role == PeerRole::host)
+    if (role == PeerRole::host) {
         host = peer.socket.descriptor();
+        requests.forget_packets();
+    }
     WireWriter hello;
     put_greeting(hello);
     put(hello, hardware.config());

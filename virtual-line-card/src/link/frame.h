@@ -27,6 +27,12 @@ enum class FrameKind : uint32_t {
     counter,
     settle,
     hit_counts,
+    take_counters,
+    give_counters_back,
+    flows,
+    flow_activity,
+    dynamic_counters,
+    go_on, // with the packets behind a miss
     // from the card
     reply = 0x100,
     part,    // of a reply that is longer than a frame: comes before it

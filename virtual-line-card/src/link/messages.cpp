@@ -26,6 +26,8 @@ void for_each_number(Totals &totals, const Visit &visit)
         visit(np.encapsulated_packets);
         visit(np.encapsulated_bytes);
         visit(np.too_long_packets);
+        visit(np.policed_packets);
+        visit(np.policed_bytes);
     }
 }
 
@@ -128,6 +130,68 @@ void get(WireReader &reader, PacketCount &count)
 {
     reader.into(count.packets);
     reader.into(count.bytes);
+}
+
+void put(WireWriter &writer, const FlowActivity &activity)
+{
+    put(writer, activity.hits);
+    writer.number(activity.last_packet);
+}
+
+void get(WireReader &reader, FlowActivity &activity)
+{
+    get(reader, activity.hits);
+    reader.into(activity.last_packet);
+}
+
+void put(WireWriter &writer, const CounterRun &run)
+{
+    writer.number(run.first).number(run.length);
+    for (const PacketCount &count : run.counts)
+        put(writer, count);
+}
+
+void get(WireReader &reader, CounterRun &run)
+{
+    reader.into(run.first);
+    reader.into(run.length);
+    for (PacketCount &count : run.counts)
+        get(reader, count);
+    if (run.length == 0 || run.length > DynamicCounters::longest_run)
+        reader.refuse();
+}
+
+void put(WireWriter &writer, const FlowMiss &miss)
+{
+    const FiveTuple &tuple = miss.tuple;
+    writer.number(tuple.source).number(tuple.destination).number(tuple.source_port);
+    writer.number(tuple.destination_port).number(tuple.protocol);
+    writer.number(miss.np).number(miss.wire_length).number(miss.nanoseconds);
+}
+
+void get(WireReader &reader, FlowMiss &miss)
+{
+    FiveTuple &tuple = miss.tuple;
+    reader.into(tuple.source);
+    reader.into(tuple.destination);
+    reader.into(tuple.source_port);
+    reader.into(tuple.destination_port);
+    reader.into(tuple.protocol);
+    reader.into(miss.np);
+    reader.into(miss.wire_length);
+    reader.into(miss.nanoseconds);
+}
+
+void put(WireWriter &writer, const PacketWishes &wishes)
+{
+    writer.number(static_cast<uint8_t>(wishes.output ? 1 : 0));
+    writer.number(static_cast<uint8_t>(wishes.flow_misses ? 1 : 0));
+}
+
+void get(WireReader &reader, PacketWishes &wishes)
+{
+    wishes.output = reader.number<uint8_t>() != 0;
+    wishes.flow_misses = reader.number<uint8_t>() != 0;
 }
 
 void put(WireWriter &writer, const StoredAnswer &answer)

@@ -5,13 +5,14 @@
 #include "platform_prm.h"
 #include "vlc/card_config.h"
 #include "vlc/data_plane.h"
+#include "vlc/np_flows.h"
 #include "vlc/np_store.h"
 #include "vlc/prm_store.h"
 
 namespace vlc {
 
 constexpr std::string_view link_magic = "vlc-link";
-constexpr uint32_t link_version = 2;
+constexpr uint32_t link_version = 3;
 
 enum class PeerRole : uint8_t { host = 1, reader = 2 };
 
@@ -22,6 +23,12 @@ struct ClientHello {
 struct CardHello {
     CardConfig config;
     bool prm_is_up = false;
+};
+
+// What a host wants to hear of packets that it gives in.
+struct PacketWishes {
+    bool output = false; // those that leave encapsulated
+    bool flow_misses = false;
 };
 
 // What is wrong with the other side's greeting, for a person; empty for nothing.
@@ -38,6 +45,14 @@ void put(WireWriter &writer, const TableRow &row);
 void get(WireReader &reader, TableRow &row);
 void put(WireWriter &writer, const PacketCount &count);
 void get(WireReader &reader, PacketCount &count);
+void put(WireWriter &writer, const FlowActivity &activity);
+void get(WireReader &reader, FlowActivity &activity);
+void put(WireWriter &writer, const CounterRun &run);
+void get(WireReader &reader, CounterRun &run);
+void put(WireWriter &writer, const FlowMiss &miss);
+void get(WireReader &reader, FlowMiss &miss);
+void put(WireWriter &writer, const PacketWishes &wishes);
+void get(WireReader &reader, PacketWishes &wishes);
 void put(WireWriter &writer, const StoredAnswer &answer);
 void get(WireReader &reader, StoredAnswer &answer);
 void put(WireWriter &writer, const DataPlaneTotals &totals);

@@ -25,23 +25,24 @@ Payload RemoteCard::look(FrameKind kind, Payload payload,
     return std::move(reply.payload);
 }
 
-// What the visitor throws is thrown when the reply is complete, so that the connection is good for
-// more. Things that cannot be read are thrown as such.
-void RemoteCard::look_at_table(FrameKind kind, uint32_t np, TableKind table,
-                               const std::function<void(WireReader &, const TableRow &)> &read)
+void RemoteCard::require_np(uint32_t np) const
 {
     if (np >= config().num_nps)
         throw StateError(link_.path().string() + ": its card has no NP " + std::to_string(np));
+}
+
+// What the visitor throws is thrown when the reply is complete, so that the connection is good for
+// more. Things that cannot be read are thrown as such.
+void RemoteCard::look_at_np(FrameKind kind, uint32_t np, WireWriter &request,
+                            const std::function<void(WireReader &)> &read)
+{
+    require_np(np);
     std::vector<Payload> parts;
-    look(kind, WireWriter().number(np).number(static_cast<uint8_t>(table)).take(),
-         [&parts](const Payload &part) { parts.push_back(part); });
+    look(kind, request.take(), [&parts](const Payload &part) { parts.push_back(part); });
     for (const Payload &part : parts) {
         WireReader reader(part);
-        while (reader.has_more()) {
-            TableRow row;
-            get(reader, row);
-            read(reader, row);
-        }
+        while (reader.has_more())
+            read(reader);
     }
 }
 
@@ -51,9 +52,30 @@ void RemoteCard::require_fits(const WireReader &reader, const char *what) const
         throw StateError(link_.path().string() + ": the card sent " + what + " that cannot be");
 }
 
+namespace {
+
+WireWriter table_request(uint32_t np, TableKind table)
+{
+    WireWriter request;
+    request.number(np).number(static_cast<uint8_t>(table));
+    return request;
+}
+
+WireWriter np_request(uint32_t np)
+{
+    WireWriter request;
+    request.number(np);
+    return request;
+}
+
+} // namespace
+
 void RemoteCard::for_each_row(uint32_t np, TableKind table, const VisitRow &visit)
 {
-    look_at_table(FrameKind::rows, np, table, [&](WireReader &reader, const TableRow &row) {
+    WireWriter request = table_request(np, table);
+    look_at_np(FrameKind::rows, np, request, [&](WireReader &reader) {
+        TableRow row;
+        get(reader, row);
         require_fits(reader, "a row");
         visit(row);
     });
@@ -61,11 +83,50 @@ void RemoteCard::for_each_row(uint32_t np, TableKind table, const VisitRow &visi
 
 void RemoteCard::for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit)
 {
-    look_at_table(FrameKind::hit_counts, np, table, [&](WireReader &reader, const TableRow &row) {
+    WireWriter request = table_request(np, table);
+    look_at_np(FrameKind::hit_counts, np, request, [&](WireReader &reader) {
+        TableRow row;
         PacketCount hits{};
+        get(reader, row);
         get(reader, hits);
         require_fits(reader, "a row");
         visit(row, hits);
+    });
+}
+
+void RemoteCard::for_each_flow(uint32_t np, const VisitFlow &visit)
+{
+    WireWriter request = np_request(np);
+    look_at_np(FrameKind::flows, np, request, [&](WireReader &reader) {
+        TableRow row;
+        FlowActivity activity{};
+        get(reader, row);
+        get(reader, activity);
+        require_fits(reader, "a flow");
+        visit(row, activity);
+    });
+}
+
+std::optional<FlowActivity> RemoteCard::flow_activity(uint32_t np, Bytes key)
+{
+    require_np(np);
+    const Payload reply = look(FrameKind::flow_activity, WireWriter().number(np).bytes(key).take());
+    WireReader reader(reply);
+    const bool is_there = reader.number<uint8_t>() != 0;
+    FlowActivity activity{};
+    get(reader, activity);
+    require_fits(reader, "a flow's activity");
+    return is_there ? std::optional(activity) : std::nullopt;
+}
+
+void RemoteCard::for_each_counter_run(uint32_t np, const VisitRun &visit)
+{
+    WireWriter request = np_request(np);
+    look_at_np(FrameKind::dynamic_counters, np, request, [&](WireReader &reader) {
+        CounterRun run{};
+        get(reader, run);
+        require_fits(reader, "a run of counters");
+        visit(run);
     });
 }
 
@@ -103,6 +164,12 @@ void RemoteCard::on_output(Output output)
     output_ = std::move(output);
 }
 
+void RemoteCard::on_flow_miss(FlowMissHandler handler)
+{
+    send_packets();
+    flow_miss_ = std::move(handler);
+}
+
 void RemoteCard::give_out(const Payload &part)
 {
     WireReader reader(part);
@@ -117,29 +184,54 @@ void RemoteCard::give_out(const Payload &part)
 bool RemoteCard::process(const CapturedPacket &packet)
 {
     if (waiting_packets_ == 0)
-        waiting_.number(static_cast<uint8_t>(output_ ? 1 : 0));
+        put(waiting_, PacketWishes{.output = static_cast<bool>(output_),
+                                   .flow_misses = static_cast<bool>(flow_miss_)});
     put(waiting_, packet);
     ++waiting_packets_;
     return waiting_.size() < batch_bytes || send_packets();
 }
 
+// A flow that the card misses ends its reply, so that the requests which the handler makes reach it
+// before the packet goes on.
 bool RemoteCard::send_packets()
 {
     if (waiting_packets_ == 0)
         return true;
-    std::vector<Payload> parts;
-    const CardLink::Reply reply = ask_(FrameKind::packets, waiting_.take(),
-                                       [&parts](const Payload &part) { parts.push_back(part); });
+    std::optional<FlowMiss> miss;
+    Payload packets = waiting_.take();
     waiting_ = {};
+    bool arrived = carry_through(FrameKind::packets, std::move(packets), miss);
+    while (arrived && miss) {
+        if (flow_miss_)
+            flow_miss_(*miss);
+        arrived = carry_through(FrameKind::go_on, {}, miss);
+    }
+    traffic_.undelivered += waiting_packets_;
+    waiting_packets_ = 0;
+    return arrived;
+}
+
+bool RemoteCard::carry_through(FrameKind kind, Payload payload, std::optional<FlowMiss> &miss)
+{
+    std::vector<Payload> parts;
+    const CardLink::Reply reply =
+        ask_(kind, payload, [&parts](const Payload &part) { parts.push_back(part); });
     DataPlaneTotals totals;
     WireReader reader(reply.payload);
     get(reader, totals);
-    const bool arrived = reply.arrived && reader.is_whole();
-    if (arrived)
+    const auto carried = reader.number<uint32_t>();
+    miss.reset();
+    if (reader.number<uint8_t>() != 0) {
+        miss.emplace();
+        get(reader, *miss);
+    }
+    const bool moved_on = kind == FrameKind::packets || carried > 0;
+    const bool arrived =
+        reply.arrived && reader.is_whole() && carried <= waiting_packets_ && moved_on;
+    if (arrived) {
         traffic_.totals.add(totals);
-    else
-        traffic_.undelivered += waiting_packets_;
-    waiting_packets_ = 0;
+        waiting_packets_ -= carried;
+    }
     // What the card sent of them has left it, also when the connection broke behind it.
     for (const Payload &part : parts)
         give_out(part);
@@ -186,6 +278,18 @@ public:
     void for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit) override
     {
         card_.for_each_hit_count(np, table, visit);
+    }
+    void for_each_flow(uint32_t np, const VisitFlow &visit) override
+    {
+        card_.for_each_flow(np, visit);
+    }
+    std::optional<FlowActivity> flow_activity(uint32_t np, Bytes key) override
+    {
+        return card_.flow_activity(np, key);
+    }
+    void for_each_counter_run(uint32_t np, const VisitRun &visit) override
+    {
+        card_.for_each_counter_run(np, visit);
     }
     void for_each_unread_answer(const VisitAnswer &visit) override
     {

@@ -73,6 +73,7 @@ public:
         left_ = left_.subspan(size);
         return taken;
     }
+    std::span<const uint8_t> take_rest() { return take(left_.size()); }
     template <size_t Size>
     void into(uint8_t (&field)[Size], size_t size = Size)
     {

@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include "platform_card.h"
+#include "statistics_tables.h"
 #include "tap_words.h"
 
 using vlc::forced_as;
@@ -62,4 +63,14 @@ uint32_t plm_dpss_stats_init(void)
         return forced_as<uint32_t>(*forced);
     VirtualLineCard *card = VirtualLineCard::current();
     return card ? vlc::CardServices::start_data_path_statistics(*card) : EINVAL;
+}
+
+const uint32_t *plm_dpss_get_stats_tbl_id(uint32_t np)
+{
+    if (auto forced = tapped_call("plm_dpss_get_stats_tbl_id", np))
+        return forced_as<const uint32_t *>(*forced);
+    const VirtualLineCard *card = VirtualLineCard::current();
+    if (!card || np >= card->config().num_nps || card->config().dynamic_counters == 0)
+        return nullptr;
+    return &vlc::statistics_tables[np];
 }

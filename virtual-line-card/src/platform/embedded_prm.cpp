@@ -50,4 +50,14 @@ uint32_t EmbeddedPrm::read_counter(uint32_t np, uint32_t counter, uint32_t optio
     return prm_.read_counter(np, counter, option, out);
 }
 
+uint32_t EmbeddedPrm::take_counters(uint32_t np, uint32_t length, uint32_t *first)
+{
+    return prm_.take_counters(np, length, first);
+}
+
+uint32_t EmbeddedPrm::give_counters_back(uint32_t np, uint32_t first)
+{
+    return prm_.give_counters_back(np, first);
+}
+
 } // namespace vlc

@@ -29,8 +29,10 @@ constexpr std::array prm_texts = {
     "PRM: no handle of that name",
     "PRM: no room for the answer",
     "PRM: no such counter",
+    "PRM: no dynamic counter left",
+    "PRM: no such statistics table",
 };
-static_assert(prm_texts.size() == prm_bad_counter - first_prm_code + 1,
+static_assert(prm_texts.size() == prm_bad_statistics_table - first_prm_code + 1,
               "every code of PRM has its text");
 
 const char *unknown_text(uint32_t code)

@@ -45,18 +45,37 @@ HardwareAccess::HardwareAccess(Hardware &hardware)
 {
 }
 
-void HardwareAccess::for_each_row(uint32_t np, TableKind table, const VisitRow &visit)
+Np &HardwareAccess::np(uint32_t number) const
 {
-    if (np >= hardware_.nps().size())
-        throw StateError("the card has no NP " + std::to_string(np));
-    hardware_.nps()[np].table(table).for_each(visit);
+    if (number >= hardware_.nps().size())
+        throw StateError("the card has no NP " + std::to_string(number));
+    return hardware_.nps()[number];
 }
 
-void HardwareAccess::for_each_hit_count(uint32_t np, TableKind table, const VisitHits &visit)
+void HardwareAccess::for_each_row(uint32_t np_number, TableKind table, const VisitRow &visit)
 {
-    for_each_row(np, table, [&](const TableRow &row) {
-        visit(row, hardware_.nps()[np].table(table).hits(row));
-    });
+    np(np_number).table(table).for_each(visit);
+}
+
+void HardwareAccess::for_each_hit_count(uint32_t np_number, TableKind table, const VisitHits &visit)
+{
+    const NpTable &rows = np(np_number).table(table);
+    rows.for_each([&](const TableRow &row) { visit(row, rows.hits(row)); });
+}
+
+void HardwareAccess::for_each_flow(uint32_t np_number, const VisitFlow &visit)
+{
+    vlc::for_each_flow(np(np_number), visit);
+}
+
+std::optional<FlowActivity> HardwareAccess::flow_activity(uint32_t np_number, Bytes key)
+{
+    return vlc::flow_activity(np(np_number), key);
+}
+
+void HardwareAccess::for_each_counter_run(uint32_t np_number, const VisitRun &visit)
+{
+    vlc::for_each_counter_run(np(np_number), visit);
 }
 
 void HardwareAccess::for_each_unread_answer(const VisitAnswer &visit)
@@ -64,12 +83,12 @@ void HardwareAccess::for_each_unread_answer(const VisitAnswer &visit)
     hardware_.prm_store().for_each_unread(visit);
 }
 
-PacketCount HardwareAccess::counter(uint32_t np, uint32_t place)
+PacketCount HardwareAccess::counter(uint32_t np_number, uint32_t place)
 {
-    if (np >= hardware_.nps().size() || place >= CounterBank::count)
-        throw StateError("the card has no NP " + std::to_string(np) + " with a counter " +
+    if (np_number >= hardware_.nps().size() || place >= CounterBank::count)
+        throw StateError("the card has no NP " + std::to_string(np_number) + " with a counter " +
                          std::to_string(place));
-    return hardware_.nps()[np].counters().read(place);
+    return np(np_number).counters().read(place);
 }
 
 bool HardwareAccess::process(const CapturedPacket &packet)

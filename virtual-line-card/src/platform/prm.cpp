@@ -36,25 +36,29 @@ uint32_t status_of(TableOutcome outcome)
 bool is_well_formed(const prm_config_record &record, TableKind table, uint32_t operation,
                     uint32_t nps)
 {
+    const uint32_t number =
+        table == TableKind::service_config ? PRM_TABLE_SERVICE_CONFIG : PRM_TABLE_EXT_CONF;
     const uint32_t named_table = record.refnum & PRM_REFNUM_TABLE_MASK;
     const uint32_t named_operation = (record.refnum >> PRM_REFNUM_OP_SHIFT) & 0xFF;
     return record.np < nps && record.kind == PRM_RECORD_KIND && record.key_len > 0 &&
            record.key_len <= PRM_KEY_BYTES && record.result_len <= PRM_RESULT_BYTES &&
-           named_table == static_cast<uint32_t>(table) && named_operation == operation;
+           named_table == number && named_operation == operation;
 }
 
 const char *service_of(TableKind table, uint32_t operation)
 {
     static constexpr const char *services[table_kinds][operations] = {
         {"prm_srh_service_config_add", "prm_srh_service_config_mod", "prm_srh_service_config_del"},
-        {"prm_srh_ext_service_db_add", "prm_srh_ext_service_db_mod", "prm_srh_ext_service_db_del"}};
+        {"prm_srh_ext_service_db_add", "prm_srh_ext_service_db_mod", "prm_srh_ext_service_db_del"},
+        {"prm_srh_flow_db_add", "prm_srh_flow_db_mod", "prm_srh_flow_db_del"}};
     return services[static_cast<size_t>(table)][operation];
 }
 
-StoredAnswer answer_to(const prm_config_record &record, uint32_t status)
+StoredAnswer answer_to(TableKind table, const prm_config_record &record, uint32_t status)
 {
     StoredAnswer answer{};
     answer.np = record.np;
+    answer.flags = table == TableKind::flow ? uint32_t{PRM_ANSWER_OF_FLOW_TABLE} : 0;
     answer.status = status;
     answer.refnum = record.refnum;
     answer.key_len = static_cast<uint16_t>(record.key_len);
@@ -168,7 +172,8 @@ void Prm::announce(PrmEvent event)
 void Prm::clear_tables()
 {
     for (uint32_t np = 0; np < nps_.size(); np++) {
-        for (const TableKind kind : {TableKind::service_config, TableKind::ext_conf})
+        for (const TableKind kind :
+             {TableKind::service_config, TableKind::ext_conf, TableKind::flow})
             nps_[np].table(kind).clear();
     }
 }
@@ -289,7 +294,7 @@ uint32_t Prm::request(uint32_t handle, TableKind table, uint32_t operation,
     if (fault.answer != PrmFault::Answer::instead)
         change.emplace(nps_[record.np].table(table), operation, record);
     const uint32_t status = change ? status_of(change->outcome()) : fault.status;
-    if (!give(handle, answer_to(record, status), fault)) {
+    if (!give(handle, answer_to(table, record, status), fault)) {
         if (change)
             change->undo();
         return prm_no_room;
@@ -372,25 +377,67 @@ uint64_t Prm::unread(uint32_t handle) const
     return store_.is_handle(handle) ? store_.unread(handle) : 0;
 }
 
+namespace {
+
+// A counter's bank and its place there.
+template <typename Bank>
+PacketCount read_from(Bank &bank, int64_t place, uint32_t option)
+{
+    const auto number = static_cast<uint32_t>(place);
+    return option == PRM_STATS_READ_AND_CLEAR ? bank.read_and_clear(number) : bank.read(number);
+}
+
+} // namespace
+
 uint32_t Prm::read_counter(uint32_t np, uint32_t counter, uint32_t option, uint64_t out[2])
 {
     if (option > PRM_STATS_READ_AND_CLEAR)
         return EINVAL;
-    const int64_t place = CounterBank::place(counter);
-    if (np >= nps_.size() || place < 0)
+    if (np >= nps_.size())
+        return prm_bad_counter;
+    const int64_t stateless = CounterBank::place(counter);
+    const int64_t dynamic = nps_[np].dynamic_counters().place(counter);
+    if (stateless < 0 && dynamic < 0)
         return prm_bad_counter;
     if (!up_)
         return prm_not_connected;
     const Faulted faulted(*this, {.service = "prm_stats_cl_read", .np = np});
-    CounterBank &bank = nps_[np].counters();
-    const auto number = static_cast<uint32_t>(place);
-    const PacketCount count =
-        option == PRM_STATS_READ_AND_CLEAR ? bank.read_and_clear(number) : bank.read(number);
+    const PacketCount count = stateless >= 0
+                                  ? read_from(nps_[np].counters(), stateless, option)
+                                  : read_from(nps_[np].dynamic_counters(), dynamic, option);
     if (out) {
         out[0] = count.packets;
         out[1] = count.bytes;
     }
     return 0;
+}
+
+uint32_t Prm::take_counters(uint32_t np, uint32_t length, uint32_t *first)
+{
+    if (np >= nps_.size() || nps_[np].dynamic_counters().size() == 0)
+        return prm_bad_statistics_table;
+    if (length == 0 || length > DynamicCounters::longest_run)
+        return EINVAL;
+    if (!up_)
+        return prm_not_connected;
+    const Faulted faulted(*this, {"prm_stats_cl_alloc"});
+    const uint32_t number = nps_[np].dynamic_counters().take(length);
+    if (number == 0)
+        return prm_no_counter;
+    *first = number;
+    return 0;
+}
+
+uint32_t Prm::give_counters_back(uint32_t np, uint32_t first)
+{
+    if (np >= nps_.size() || nps_[np].dynamic_counters().size() == 0)
+        return prm_bad_statistics_table;
+    if (!up_)
+        return prm_not_connected;
+    const Faulted faulted(*this, {"prm_stats_cl_free"});
+    if (first == 0)
+        return 0;
+    return nps_[np].dynamic_counters().give_back(first) ? 0 : uint32_t{prm_bad_counter};
 }
 
 } // namespace vlc

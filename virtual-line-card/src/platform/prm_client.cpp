@@ -151,7 +151,7 @@ uint32_t PrmClient::request(void *handle, TableKind table, uint32_t operation,
         return prm_.is_handle(number) ? prm_bad_record : prm_bad_handle;
     const Taken taken = prm_.request(number, table, operation, *record);
     if (taken.code == 0 || taken.in_doubt)
-        ledger_.note_request(*record, taken.in_doubt);
+        ledger_.note_request(table, *record, taken.in_doubt);
     return taken.code;
 }
 

@@ -48,6 +48,14 @@ public:
     uint32_t prepare_statistics() const;
     CounterRegion counter_region() { return prm_.counter_region(); }
     uint32_t read_counter(uint32_t np, uint32_t counter, uint32_t option, uint64_t out[2]);
+    uint32_t take_counters(uint32_t np, uint32_t length, uint32_t *first)
+    {
+        return prm_.take_counters(np, length, first);
+    }
+    uint32_t give_counters_back(uint32_t np, uint32_t first)
+    {
+        return prm_.give_counters_back(np, first);
+    }
 
 private:
     struct Connection {

@@ -1,6 +1,9 @@
 #include "vlc/prm_ledger.h"
 
 #include <algorithm>
+#include <iterator>
+
+#include "vlc/prm_store.h"
 
 namespace vlc {
 
@@ -13,17 +16,16 @@ std::string text_of(const uint8_t *bytes, size_t size)
 
 } // namespace
 
-void PrmLedger::note_request(const prm_config_record &record, bool in_doubt)
+void PrmLedger::note_request(TableKind table, const prm_config_record &record, bool in_doubt)
 {
     const size_t key_bytes = std::min<size_t>(record.key_len, sizeof record.key);
-    Open &open = open_[{record.np, record.refnum, text_of(record.key, key_bytes)}];
+    Open &open = open_[{record.np, table, record.refnum, text_of(record.key, key_bytes)}];
     ++(in_doubt ? open.in_doubt : open.taken);
     ++(in_doubt ? sums_.in_doubt : sums_.unanswered);
     sums_.in_flight_at_breaks += in_doubt ? 1 : 0; // the break was noted while it was asked
-    const uint32_t table = record.refnum & PRM_REFNUM_TABLE_MASK;
     const uint32_t operation = record.refnum >> PRM_REFNUM_OP_SHIFT;
-    if (!in_doubt && table < table_kinds && operation < std::size(sums_.requests[0]))
-        ++sums_.requests[table][operation];
+    if (!in_doubt && operation < std::size(sums_.requests[0]))
+        ++sums_.requests[static_cast<size_t>(table)][operation];
 }
 
 void PrmLedger::note_answer(const prm_async_response &response)
@@ -31,7 +33,8 @@ void PrmLedger::note_answer(const prm_async_response &response)
     if ((response.refnum & PRM_REFNUM_TABLE_MASK) == PRM_REFNUM_DELAY_QUEUE)
         return; // PRM's own
     const size_t key_bytes = std::min<size_t>(response.key_size, sizeof response.key);
-    const auto place = open_.find({response.np, response.refnum, text_of(response.key, key_bytes)});
+    const auto place = open_.find({response.np, table_of_answer(response.refnum, response.flags),
+                                   response.refnum, text_of(response.key, key_bytes)});
     if (place == open_.end()) {
         ++sums_.unasked;
         return;

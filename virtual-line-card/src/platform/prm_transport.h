@@ -42,6 +42,8 @@ public:
     virtual CounterRegion counter_region() = 0;
     virtual uint32_t read_counter(uint32_t np, uint32_t counter, uint32_t option,
                                   uint64_t out[2]) = 0;
+    virtual uint32_t take_counters(uint32_t np, uint32_t length, uint32_t *first) = 0;
+    virtual uint32_t give_counters_back(uint32_t np, uint32_t first) = 0;
 };
 
 } // namespace vlc

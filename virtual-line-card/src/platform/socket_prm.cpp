@@ -112,4 +112,16 @@ uint32_t SocketPrm::read_counter(uint32_t np, uint32_t counter, uint32_t option,
     return code;
 }
 
+uint32_t SocketPrm::take_counters(uint32_t np, uint32_t length, uint32_t *first)
+{
+    return code_of(
+        link_.ask(FrameKind::take_counters, WireWriter().number(np).number(length).take()), first);
+}
+
+uint32_t SocketPrm::give_counters_back(uint32_t np, uint32_t first)
+{
+    return code_of(
+        link_.ask(FrameKind::give_counters_back, WireWriter().number(np).number(first).take()));
+}
+
 } // namespace vlc

@@ -26,6 +26,8 @@ public:
 
     CounterRegion counter_region() override { return {CounterBank::first, CounterBank::count}; }
     uint32_t read_counter(uint32_t np, uint32_t counter, uint32_t option, uint64_t out[2]) override;
+    uint32_t take_counters(uint32_t np, uint32_t length, uint32_t *first) override;
+    uint32_t give_counters_back(uint32_t np, uint32_t first) override;
 
 private:
     uint32_t code_of(const CardLink::Reply &reply, uint32_t *number = nullptr) const;

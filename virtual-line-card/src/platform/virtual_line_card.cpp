@@ -74,6 +74,7 @@ struct VirtualLineCard::State {
     EventManager events;
     std::unique_ptr<DistantCard> distant;
     PrmClient client;
+    FlowScan flow_scan;
     bool data_path_statistics_started = false;
 
     State(std::unique_ptr<CardLink> to, const CardConfig &card, const std::filesystem::path &path)
@@ -214,6 +215,17 @@ std::string VirtualLineCard::why_given_up() const
 void VirtualLineCard::on_failed_answer(std::function<void(const prm_async_response &)> listener)
 {
     state_->client.on_failed_answer(std::move(listener));
+}
+
+void VirtualLineCard::on_flow_scan(FlowScan scan)
+{
+    state_->flow_scan = std::move(scan);
+}
+
+void VirtualLineCard::scan_flows(std::span<void *const> records) const
+{
+    if (state_->flow_scan)
+        state_->flow_scan(records);
 }
 
 bool VirtualLineCard::data_path_statistics_started() const

@@ -33,6 +33,21 @@ public:
         rows.for_each([&](const TableRow &row) { visit(row, rows.hits(row)); });
     }
 
+    void for_each_flow(uint32_t np, const VisitFlow &visit) override
+    {
+        vlc::for_each_flow(Np(directory_, checked(np), config()), visit);
+    }
+
+    std::optional<FlowActivity> flow_activity(uint32_t np, Bytes key) override
+    {
+        return vlc::flow_activity(Np(directory_, checked(np), config()), key);
+    }
+
+    void for_each_counter_run(uint32_t np, const VisitRun &visit) override
+    {
+        vlc::for_each_counter_run(Np(directory_, checked(np), config()), visit);
+    }
+
     void for_each_unread_answer(const VisitAnswer &visit) override
     {
         PrmStore(directory_).for_each_unread(visit);

@@ -53,6 +53,8 @@ const NumberKey number_keys[] = {
     number_key("nps", "count", 1, 8, &CardConfig::num_nps),
     number_key("nps", "service_config_rows", 1, 1048576, &CardConfig::service_config_capacity),
     number_key("nps", "ext_conf_rows", 1, 1048576, &CardConfig::ext_conf_capacity),
+    number_key("nps", "flow_rows", 1, 1048576, &CardConfig::flow_capacity),
+    number_key("nps", "dynamic_counters", 0, 4194304, &CardConfig::dynamic_counters),
     {"window", "mebibytes", 1, most_mebibytes,
      [](CardConfig &config, int64_t value) {
          config.window_bytes = static_cast<uint64_t>(value) << 20;

@@ -81,6 +81,11 @@ uint64_t NpTable::hit_bytes_for(uint32_t capacity)
     return (uint64_t{capacity} + 1) * sizeof(CountCell);
 }
 
+uint64_t NpTable::flow_bytes_for(uint32_t capacity)
+{
+    return (uint64_t{capacity} + 1) * sizeof(FlowCell);
+}
+
 uint32_t *NpTable::index_array(uint32_t which) const
 {
     return selector_ + selector_bytes / sizeof(uint32_t) + size_t{which} * (index_mask_ + 1);
@@ -133,6 +138,9 @@ uint32_t NpTable::fill_free_row(uint32_t hash, Bytes key, Bytes result)
     copy(row.key, key);
     copy(row.result, result);
     hits_[number].clear();
+    if (flow_cells_ != nullptr) {
+        flow_cells_[number].write({});
+    }
     return number;
 }
 
@@ -172,6 +180,9 @@ TableOutcome NpTable::modify(Bytes key, Bytes result)
     const uint32_t old_row = row_of(index_[at.slot]);
     const uint32_t new_row = fill_free_row(at.hash, key, result);
     hits_[new_row].take_over(hits_[old_row]);
+    if (flow_cells_ != nullptr) {
+        flow_cells_[new_row].write(flow_cells_[old_row].read());
+    }
     publish(index_[at.slot], entry_of(new_row, at.hash));
     free_rows_.push_back(old_row);
     return TableOutcome::done;
@@ -249,10 +260,12 @@ void NpTable::for_each(const std::function<void(const TableRow &)> &visit) const
     }
 }
 
-const char *NpTable::attach(std::byte *memory, std::byte *hits, uint32_t capacity)
+const char *NpTable::attach(const Memory &memory, uint32_t capacity)
 {
-    hits_ = object_at<CountCell>(hits, 0);
-    selector_ = object_at<uint32_t>(memory, 0);
+    hits_ = object_at<CountCell>(memory.hits, 0);
+    flow_cells_ =
+        memory.flow_cells == nullptr ? nullptr : object_at<FlowCell>(memory.flow_cells, 0);
+    selector_ = object_at<uint32_t>(memory.table, 0);
     index_mask_ = index_size(capacity) - 1;
     capacity_ = capacity;
     const uint32_t in_force = published(*selector_);
@@ -260,7 +273,7 @@ const char *NpTable::attach(std::byte *memory, std::byte *hits, uint32_t capacit
         return "its table names no index";
     }
     index_ = index_array(in_force);
-    rows_ = object_at<TableRow>(memory,
+    rows_ = object_at<TableRow>(memory.table,
                                 bytes_for(capacity) - (uint64_t{capacity} + 1) * sizeof(TableRow));
     std::vector<bool> taken(size_t{capacity} + 1);
     entries_ = 0;
@@ -288,6 +301,11 @@ const char *NpTable::attach(std::byte *memory, std::byte *hits, uint32_t capacit
             free_rows_.push_back(row - 1);
         }
     }
+    return check_rows();
+}
+
+const char *NpTable::check_rows() const
+{
     const char *wrong = nullptr;
     for_each([this, &wrong](const TableRow &row) {
         const bool wide =

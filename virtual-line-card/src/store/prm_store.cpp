@@ -11,9 +11,22 @@
 #include "answer_queue.h"
 #include "mapped_file.h"
 #include "object_at.h"
+#include "platform_prm.h"
 #include "publish.h"
 
 namespace vlc {
+
+std::optional<TableKind> table_of_answer(uint32_t refnum, uint32_t flags) noexcept
+{
+    switch (refnum & PRM_REFNUM_TABLE_MASK) {
+    case PRM_TABLE_SERVICE_CONFIG:
+        return TableKind::service_config;
+    case PRM_TABLE_EXT_CONF:
+        return (flags & PRM_ANSWER_OF_FLOW_TABLE) != 0 ? TableKind::flow : TableKind::ext_conf;
+    default:
+        return std::nullopt;
+    }
+}
 
 namespace {
 

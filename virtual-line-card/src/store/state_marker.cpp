@@ -11,7 +11,7 @@ namespace vlc {
 namespace {
 
 constexpr std::string_view first_words = "state of a virtual line card, version ";
-constexpr int state_version = 1;
+constexpr int state_version = 2;
 constexpr std::string_view being_made = "being made\n";
 constexpr const char *holds_key = "holds";
 

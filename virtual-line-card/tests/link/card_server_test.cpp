@@ -119,7 +119,7 @@ TEST_F(CardServers, RefuseAnotherVersion)
                                     .number(uint8_t{1})
                                     .take());
     EXPECT_EQ(peer.refusal(), "the card there refuses a peer that speaks version 9, and this "
-                              "program speaks version 2");
+                              "program speaks version 3");
     EXPECT_FALSE(peer.receive());
     expect_the_host_goes_on();
 }

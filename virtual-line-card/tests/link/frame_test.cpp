@@ -251,7 +251,7 @@ TEST(Messages, AGreetingOfAnotherVersionIsToldWithBoth)
     const Payload greeting =
         WireWriter().bytes(payload_of(std::string(link_magic))).number(link_version + 1).take();
     WireReader reader(greeting);
-    EXPECT_EQ(wrong_with_greeting(reader), "speaks version 3, and this program speaks version 2");
+    EXPECT_EQ(wrong_with_greeting(reader), "speaks version 4, and this program speaks version 3");
 }
 
 TEST(Messages, AGreetingThatIsNoneIsTold)

@@ -106,8 +106,9 @@ TEST_F(AwayCards, ThatComeBackAsAnotherKindAreNotTaken)
     run_for(1s);
     EXPECT_TRUE(card().card_is_away());
     EXPECT_EQ(card().why_given_up(),
-              socket().string() + ": another card is there now (3 NPs, type 13762561, 8 and 8 "
-                                  "rows) than before (2 NPs, type 13762561, 8 and 8 rows)");
+              socket().string() + ": another card is there now (3 NPs, type 13762561, 8, 8 and 8 "
+                                  "rows, 8 dynamic counters) than before (2 NPs, type 13762561, "
+                                  "8, 8 and 8 rows, 8 dynamic counters)");
     EXPECT_EQ(Notifications{"2.2"}, heard().notifications);
 }
 

@@ -150,7 +150,7 @@ TEST_F(CardStates, WhatAKilledStartLeftIsMadeAnewWithWhateverCardIsAskedFor)
         const fs::path half = killed.path() / "half";
         fs::create_directory(half);
         std::ofstream(half / "virtual-line-card")
-            << "state of a virtual line card, version 1\nbeing made\n";
+            << "state of a virtual line card, version 2\nbeing made\n";
         std::ofstream(half / "window.new") << "half";
         for (const char *name : {"np1", "np0", "prm", "window"}) {
             if (std::string(last) == "virtual-line-card")
@@ -170,7 +170,7 @@ TEST_F(CardStates, WhatOthersPutIntoAHalfMadeOneStays)
 {
     fs::create_directory(state);
     std::ofstream(state / "virtual-line-card")
-        << "state of a virtual line card, version 1\nbeing made\n";
+        << "state of a virtual line card, version 2\nbeing made\n";
     std::ofstream(state / "letter.txt") << "dear";
     {
         const TakenAddress taken;

@@ -30,11 +30,12 @@ TEST(ErrorTexts, EveryCodeOfPrmHasATextOfItsOwn)
         EXPECT_EQ(0u, text.find("PRM: ")) << text;
     EXPECT_STREQ("PRM: table is full", cerr_strerror(vlc::prm_table_full));
     EXPECT_STREQ("PRM: no such counter", cerr_strerror(vlc::prm_bad_counter));
+    EXPECT_STREQ("PRM: no such statistics table", cerr_strerror(vlc::prm_bad_statistics_table));
 }
 
 TEST(ErrorTexts, AnUnknownCodeIsNamedInHexadecimal)
 {
-    EXPECT_STREQ("Unknown error 0x257c540c", cerr_strerror(vlc::prm_bad_counter + 1));
+    EXPECT_STREQ("Unknown error 0x257c540e", cerr_strerror(vlc::prm_bad_statistics_table + 1));
     EXPECT_STREQ("Unknown error 0xffffffff", cerr_strerror(UINT32_MAX));
 }
 

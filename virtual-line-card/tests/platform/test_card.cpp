@@ -26,6 +26,8 @@ vlc::CardConfig small_card()
     config.num_nps = 2;
     config.service_config_capacity = 8;
     config.ext_conf_capacity = 8;
+    config.flow_capacity = 8;
+    config.dynamic_counters = 8;
     config.window_bytes = uint64_t{1} << 20;
     return config;
 }

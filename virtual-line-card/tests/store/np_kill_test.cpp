@@ -17,8 +17,13 @@ constexpr uint32_t capacity = 8; // small, so that it is full, and its index reb
 constexpr uint32_t operations = KillSweep::slow ? 50 : 300;
 constexpr uint64_t counters_begin = 4096 + 2 * (64 + 2 * 64 + (capacity + 1) * 128);
 constexpr uint64_t row_counts = ((capacity + 1) * sizeof(PacketCount) + 63) / 64 * 64;
-constexpr uint64_t file_bytes =
+constexpr uint64_t flows_begin =
     counters_begin + CounterBank::count * sizeof(PacketCount) + 2 * row_counts;
+constexpr uint64_t file_bytes = flows_begin + (64 + 2 * 64 + (flow_rows + 1) * 128) + // the table
+                                2 * row_counts +                      // its counts and cells
+                                (flow_counters * 16 + 63) / 64 * 64 + // dynamic counters
+                                64;                                   // and their marks
+static_assert(flow_rows == capacity);
 
 struct Change {
     enum Kind { add, modify, remove, clear } kind;

@@ -9,12 +9,17 @@
 
 namespace vlc::test {
 
+constexpr uint32_t flow_rows = 8;
+constexpr uint32_t flow_counters = 17; // odd, so that the last one has no neighbour
+
 inline CardConfig card_of(uint16_t nps, uint32_t service_config_rows, uint32_t ext_conf_rows)
 {
     CardConfig config;
     config.num_nps = nps;
     config.service_config_capacity = service_config_rows;
     config.ext_conf_capacity = ext_conf_rows;
+    config.flow_capacity = flow_rows;
+    config.dynamic_counters = flow_counters;
     return config;
 }
 

@@ -89,7 +89,7 @@ TEST(StateDirectories, AnotherVersionIsRefusedAndLeftAsItWas)
     write_file(top.file("virtual-line-card"), "state of a virtual line card, version 7\n");
     const auto before = all_files(top.path());
     EXPECT_EQ(open_refusal(top.path(), Access::read_write),
-              top.path().string() + ": is of version 7, and this program knows version 1");
+              top.path().string() + ": is of version 7, and this program knows version 2");
     EXPECT_EQ(all_files(top.path()), before);
 }
 
