@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "toml_reader.h"
 #include "vlc/card_config.h"
+#include "vlc/toml_reader.h"
 
 namespace vlc {
 

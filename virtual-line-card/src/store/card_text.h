@@ -1,8 +1,8 @@
 // A card as a TOML document.
 #pragma once
 
-#include "toml_reader.h"
 #include "vlc/card_config.h"
+#include "vlc/toml_reader.h"
 
 namespace vlc {
 
