@@ -58,11 +58,17 @@ std::vector<std::string> option_names(const CLI::App &app)
     return names;
 }
 
-std::vector<std::string> command_names(const std::vector<Declared> &commands)
+// What may stand behind the tool's name, or behind a command's: every one that is declared.
+std::vector<const CLI::App *> commands_of(const CLI::App &app)
+{
+    return app.get_subcommands([](const CLI::App *) { return true; });
+}
+
+std::vector<std::string> command_names(const CLI::App &app)
 {
     std::vector<std::string> names;
-    for (const Declared &declared : commands)
-        names.push_back(declared.app->get_name());
+    for (const CLI::App *command : commands_of(app))
+        names.push_back(command->get_name());
     return names;
 }
 
@@ -71,10 +77,11 @@ std::string name_of_option(const std::string &argument)
     return argument.substr(0, argument.find('='));
 }
 
-[[noreturn]] void refuse(const std::string &what, const std::string &given,
-                         const std::vector<std::string> &known)
+// "inlinectl vservice load"
+std::string words_of(const CLI::App &app)
 {
-    throw UsageError(what + " '" + given + "'" + did_you_mean(given, known));
+    const CLI::App *parent = app.get_parent();
+    return (parent != nullptr ? words_of(*parent) + " " : "") + app.get_name();
 }
 
 // What stands behind it would be an option's name no more, and nothing else is taken.
@@ -84,35 +91,34 @@ void refuse_end_of_options(int argc, const char *const *argv)
         throw UsageError("'--' ends the options, and nothing stands behind them");
 }
 
-void refuse_extras_of(const Declared &given)
+[[noreturn]] void refuse_extra_option(const CLI::App &app, const std::string &option)
 {
-    const std::vector<std::string> extras = given.app->remaining();
+    std::vector<const CLI::App *> commands = commands_of(app);
+    std::ranges::stable_partition(commands, [](const CLI::App *one) { return one->parsed(); });
+    for (const CLI::App *command : commands) {
+        const std::vector<std::string> known = option_names(*command);
+        if (std::ranges::find(known, option) != known.end())
+            throw UsageError("option '" + option + "' belongs to " + command->get_name() +
+                             " and stands behind it: '" + words_of(*command) + " " + option + "'");
+    }
+    throw UsageError("unknown option '" + option + "'" + did_you_mean(option, option_names(app)));
+}
+
+// What was given to an app that does not know it.
+void refuse_extras(const CLI::App &app, const std::string &words_hint)
+{
+    const std::vector<std::string> extras = app.remaining();
     if (extras.empty())
         return;
     const std::string &first = extras.front();
     if (first.starts_with("-"))
-        refuse("unknown option", name_of_option(first), option_names(*given.app));
-    throw UsageError("unexpected argument '" + first + "'; " + given.command.words_hint);
-}
-
-// What stands in front of the command, or without one.
-void refuse_extras_of_tool(const CLI::App &tool, const std::vector<Declared> &commands)
-{
-    const std::vector<std::string> extras = tool.remaining();
-    if (extras.empty())
-        return;
-    const std::string &first = extras.front();
-    if (!first.starts_with("-"))
-        refuse("unknown command", first, command_names(commands));
-    const std::string option = name_of_option(first);
-    for (const Declared &declared : commands) {
-        const std::vector<std::string> known = option_names(*declared.app);
-        const std::string name = declared.app->get_name();
-        if (std::ranges::find(known, option) != known.end())
-            throw UsageError("option '" + option + "' belongs to " + name +
-                             " and stands behind it: 'inlinectl " + name + " " + option + "'");
-    }
-    refuse("unknown option", option, option_names(tool));
+        refuse_extra_option(app, name_of_option(first));
+    const std::vector<std::string> known = command_names(app);
+    std::string hint = did_you_mean(first, known);
+    if (hint.empty() && !words_hint.empty())
+        hint = "; " + words_hint;
+    const char *what = known.empty() ? "unexpected argument '" : "unknown command '";
+    throw UsageError(what + first + "'" + hint);
 }
 
 std::string first_line(const std::string &text)
@@ -140,12 +146,14 @@ CommandLine parse_command_line(int argc, const char *const *argv)
         throw UsageError(first_line(error.what()));
     }
     refuse_end_of_options(argc, argv);
-    refuse_extras_of_tool(tool, commands);
     const auto given =
         std::ranges::find_if(commands, [](const Declared &one) { return one.app->parsed(); });
+    refuse_extras(tool, "");
     if (given == commands.end())
         throw UsageError("no command given; 'inlinectl --help' lists them");
-    refuse_extras_of(*given);
+    refuse_extras(*given->app, given->command.words_hint);
+    for (const CLI::App *action : given->app->get_subcommands())
+        refuse_extras(*action, "");
     given->command.check();
     line.command = given->command;
     return line;

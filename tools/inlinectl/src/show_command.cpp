@@ -74,7 +74,8 @@ CLI::App *add_view(CLI::App &show, ShowOptions &options, const char *name, const
                    int (*perform)(const ShowOptions &, const ShownState &))
 {
     CLI::App *app = show.add_subcommand(name, summary);
-    app->allow_extras(false);
+    app->allow_extras();
+    app->footer(examples);
     app->add_option("--state", options.state_directory, "The host's state")->type_name("DIR");
     app->add_option("--card-state", options.card_directory,
                     "The card's state, where it has a directory of its own")
