@@ -1,135 +1,13 @@
-// `inlinectl vservice` and `inlinectl show`: services in, packets out, and what is seen of them.
-#include <cstdio>
+// `inlinectl vservice`: services in, and what is said of each.
 #include <filesystem>
-#include <fstream>
-#include <set>
 
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
+#include "vservice_tool.h"
 
-#include "card_child.h"
-#include "tool_process.h"
-
+namespace test {
 namespace {
 
-using nlohmann::json;
-using test::CardChild;
-using test::Outcome;
-
-constexpr const char *state = "/tmp/state";
-constexpr const char *card_file = "/tmp/card.toml";
-constexpr const char *services_file = "/tmp/services.toml";
-constexpr const char *output = "/tmp/out.pcap";
-constexpr const char *real_capture = CAPTURES "/many-sources.pcap";
-
-constexpr uint32_t services = 256;
-constexpr uint32_t records = services + 2; // two that cannot be
-bool is_unsupported(uint32_t index)
-{
-    return index % 16 == 3;
-}
-bool is_local(uint32_t index)
-{
-    return index % 16 == 5;
-}
-constexpr uint32_t unsupported = services / 16;
-constexpr uint32_t supported = services - unsupported;
-
-void write_file(const char *path, const std::string &text)
-{
-    std::ofstream(path) << text;
-}
-
-// Each service takes the packets of one address of the captured network.
-void write_card(uint32_t nps)
-{
-    std::string text = "[nps]\ncount = " + std::to_string(nps) + "\n";
-    for (uint32_t i = 0; i < services; ++i) {
-        const std::string number = std::to_string(i);
-        text += "[[interface]]\nhandle = " + std::to_string(0x1000 + i) + "\nuidb = " + number +
-                "\npic = 7\nsource = '198.18.100." + number + "'\nvservice = " + number + "\n";
-    }
-    write_file(card_file, text);
-}
-
-void write_services()
-{
-    std::string text;
-    for (uint32_t i = 0; i < records; ++i) {
-        const std::string number = std::to_string(i);
-        const char *encapsulation = is_unsupported(i) ? "2" : is_local(i) ? "'udp-local'" : "'udp'";
-        text += "[[vservice]]\nindex = " + number + "\nencapsulation = " + encapsulation +
-                "\nuser = " + std::to_string(i % 5) +
-                "\nsource = '198.51.100.1'\ndestination = " + "'203.0.113." +
-                std::to_string(i % 256) + "'\nsource_port = " + std::to_string(40000 + i) +
-                "\ndestination_port = 14789\n";
-    }
-    write_file(services_file, text);
-}
-
-Outcome inlinectl(std::vector<std::string> arguments)
-{
-    return test::run_program({.program = INLINECTL, .arguments = std::move(arguments)});
-}
-
-json report_of(std::vector<std::string> arguments, int exit_code = 0)
-{
-    arguments.emplace_back("--json");
-    const Outcome outcome = inlinectl(arguments);
-    EXPECT_EQ(outcome.exit_code, exit_code) << outcome.err;
-    return json::parse(outcome.out);
-}
-
-json load(int exit_code = 1)
-{
-    return report_of({"vservice", "load", services_file, "--state", state, "--card", card_file},
-                     exit_code);
-}
-
-std::vector<std::string> an_add(uint32_t index, const std::string &destination = "203.0.113.9")
-{
-    return {"vservice",
-            "add",
-            "--state",
-            state,
-            "--index",
-            std::to_string(index),
-            "--source",
-            "198.51.100.1",
-            "--source-port",
-            "4000",
-            "--destination",
-            destination,
-            "--destination-port",
-            "4789"};
-}
-
-json shown_services()
-{
-    return report_of({"show", "vservices", "--state", state})["vservices"];
-}
-
-class VserviceCommand : public ::testing::Test {
+class VserviceCommand : public VserviceTool {
 protected:
-    VserviceCommand()
-    {
-        for (const char *path : {state, output, CardChild::state, CardChild::socket})
-            std::filesystem::remove_all(path);
-        write_card(2);
-        write_services();
-    }
-    static void expect_clean_audit()
-    {
-        const Outcome audit = inlinectl({"audit", "--state", state});
-        EXPECT_EQ(audit.exit_code, 0) << audit.out << audit.err;
-    }
-    static void expect_refusal(const std::vector<std::string> &arguments, const std::string &why)
-    {
-        const Outcome outcome = inlinectl(arguments);
-        EXPECT_EQ(outcome.exit_code, 2);
-        EXPECT_EQ(outcome.err, "inlinectl: " + why + "\n");
-        EXPECT_EQ(outcome.out, "");
-    }
     static void expect_file_refusal(const std::string &text, const std::string &why)
     {
         write_file(services_file, text);
@@ -229,13 +107,35 @@ TEST_F(VserviceCommand, AnAddWithAnotherUserModifiesTheSameRow)
 TEST_F(VserviceCommand, BadWordsAreRefusedAndNothingIsMade)
 {
     expect_refusal({"vservice"}, "nothing to do: say add, delete, delete-all or load");
+    expect_refusal({"vservice", "lod", services_file},
+                   "unknown command 'lod'; did you mean 'load'?");
+    expect_refusal({"vservice", "foo"},
+                   "unknown command 'foo'; say add, delete, delete-all or load");
+    expect_refusal({"vservice", "load"}, "file is required");
     expect_refusal({"vservice", "load", services_file}, "no card: give --state");
+    expect_refusal({"vservice", "load", services_file, "another"}, "unexpected argument 'another'");
+    expect_refusal({"vservice", "load", services_file, "--stat", state},
+                   "unknown option '--stat'; did you mean '--state'?");
+    expect_refusal({"vservice", "--state", state, "load", services_file},
+                   "option '--state' belongs to load and stands behind it: "
+                   "'inlinectl vservice load --state'");
+    expect_refusal({"vservice", "delete", "-1", "--state", state},
+                   "index: Value -1 not in range 0 to 4294967295");
+    expect_refusal({"vservice", "delete", "all", "--state", state},
+                   "index: Value all not in range 0 to 4294967295");
+    expect_refusal({"vservice", "load", services_file, "--connect", "/tmp/none", "--state", state},
+                   "/tmp/none: no card listens there: No such file or directory");
     std::vector<std::string> arguments = an_add(1);
     arguments.insert(arguments.end(), {"--encapsulation", "udp-locl"});
     expect_refusal(arguments, "unknown encapsulation 'udp-locl'; did you mean 'udp-local'?");
+    arguments = an_add(1);
+    arguments.insert(arguments.end(), {"--user", "x"});
+    expect_refusal(arguments, "--user: Value x not in range 0 to 4294967295");
+    arguments = an_add(1);
+    arguments[9] = "65536";
+    expect_refusal(arguments, "--source-port: Value 65536 not in range 0 to 65535");
+    expect_refusal(an_add(1, ""), "--destination is needed; only udp-local does without");
     expect_refusal(an_add(1, "here"), "--destination is an IPv4 address such as 192.0.2.1");
-    expect_refusal({"show"}, "nothing to show: say attributes, vservices or entry");
-    expect_refusal({"show", "vservices"}, "nothing to look into: give --state");
     EXPECT_FALSE(std::filesystem::exists(state));
 }
 
@@ -244,185 +144,30 @@ TEST_F(VserviceCommand, AFileThatIsBrokenIsRefusedWithItsPlaceAndNothingIsMade)
     expect_file_refusal("[[vservice]]\nindx = 1\n",
                         ":2:1: unknown key 'indx'; did you mean 'index'?");
     expect_file_refusal("[[vservice]]\nindex = -1\n",
-                        ":2:9: 'index' is a number from 0 to 4294967295");
+                        ":2:9: 'index' is -1, and must be 0 to 4294967295");
     expect_file_refusal("[[vservice]]\nsource_port = 65536\n",
-                        ":2:15: 'source_port' is a number from 0 to 65535");
+                        ":2:15: 'source_port' is 65536, and must be 0 to 65535");
     expect_file_refusal("[[vservice]]\nencapsulation = 'upd'\n",
                         ":2:17: unknown encapsulation 'upd'; did you mean 'udp'?");
     expect_file_refusal("[[vservice]]\nsource = 'x'\n",
                         ":2:10: 'source' is an IPv4 address such as \"192.0.2.1\"");
     expect_file_refusal("[[vservice]]\nindex = 1\n", ":1:1: a vservice without 'source'");
+    expect_file_refusal("[[vservice]]\nindex = 1.5\n",
+                        ":2:9: 'index' is a whole number, 0 to 4294967295");
+    expect_file_refusal("[[vservice]]\nsource = 3\n",
+                        ":2:10: 'source' is a text that is not empty");
+    expect_file_refusal("[[vservice]]\nindex = 1\nindex = 2\n",
+                        ":3:9: Error while parsing key-value pair: cannot redefine existing "
+                        "integer 'index'");
+    expect_file_refusal("[vservice]\nindex = 1\n",
+                        ":1:1: 'vservice' is a list of tables, each written as [[vservice]]");
+    expect_file_refusal("vservice = [1]\n",
+                        ":1:12: 'vservice' is a list of tables, each written as [[vservice]]");
+    expect_file_refusal("[[vservices]]\n",
+                        ":1:3: unknown key 'vservices'; did you mean 'vservice'?");
     expect_file_refusal("x = 1\n", ":1:1: unknown key 'x'");
     expect_file_refusal("", ": no [[vservice]] in it");
 }
 
-// ---- showing
-
-TEST_F(VserviceCommand, AKeyWithoutAnEntryIsSaid)
-{
-    load();
-    const Outcome outcome = inlinectl({"show", "entry", "5", "--state", state});
-    EXPECT_EQ(outcome.exit_code, 1);
-    EXPECT_EQ(outcome.err, "inlinectl: nothing is stored under key 5\n");
-}
-
-TEST_F(VserviceCommand, ADirectoryWithoutAStateIsRefused)
-{
-    EXPECT_EQ(inlinectl({"show", "vservices", "--state", "/tmp/none"}).exit_code, 2);
-}
-
-TEST_F(VserviceCommand, AttributesAreShownWithTheCardFilesInterfaces)
-{
-    load();
-    const json shown = report_of({"show", "attributes", "--state", state})["attributes"];
-    ASSERT_EQ(shown.size(), services);
-    EXPECT_EQ(shown[9]["uidb"], 9);
-    EXPECT_EQ(shown[9]["app_type"], 0);
-    EXPECT_EQ(shown[9]["interface"]["handle"], 0x1009);
-    EXPECT_EQ(shown[9]["interface"]["pic"], 7);
-}
-
-TEST_F(VserviceCommand, ShowingChangesNothingAndTakesNoLock)
-{
-    load();
-    const auto mark = std::filesystem::last_write_time(std::string(state) + "/virtual-line-card");
-    const std::string before = test::file_text(std::string(state) + "/window");
-    for (const char *view : {"attributes", "vservices"})
-        EXPECT_EQ(inlinectl({"show", view, "--state", state}).exit_code, 0);
-    EXPECT_EQ(test::file_text(std::string(state) + "/window"), before);
-    EXPECT_EQ(std::filesystem::last_write_time(std::string(state) + "/virtual-line-card"), mark);
-}
-
-// ---- traffic
-
-struct Sent {
-    uint64_t packets = 0;
-    uint64_t bytes = 0;
-    std::set<uint32_t> source_ports;
-    uint64_t bad = 0;
-};
-
-Sent sent_as_tshark_reads_it()
-{
-    const std::string command =
-        "tshark -n -o ip.check_checksum:TRUE -o udp.check_checksum:TRUE -r " + std::string(output) +
-        " -T fields -E occurrence=f -E separator=' ' -e frame.len -e udp.srcport -e ip.dst "
-        "-e ip.checksum.status -e udp.checksum.status 2>/dev/null";
-    FILE *pipe = popen(command.c_str(), "r");
-    Sent sent;
-    char destination[32];
-    unsigned length = 0;
-    unsigned port = 0;
-    unsigned ip_status = 0;
-    unsigned udp_status = 0;
-    // 1 is good, 3 that there is none.
-    while (fscanf(pipe, "%u %u %31s %u %u", &length, &port, destination, &ip_status, &udp_status) ==
-           5) {
-        ++sent.packets;
-        sent.bytes += length;
-        sent.source_ports.insert(port);
-        const uint32_t service = port - 40000;
-        const std::string expected =
-            is_local(service) ? "127.0.0.1" : "203.0.113." + std::to_string(service);
-        sent.bad += ip_status != 1 || (udp_status != 1 && udp_status != 3) ? 1 : 0;
-        EXPECT_EQ(destination, expected);
-    }
-    EXPECT_EQ(pclose(pipe), 0);
-    return sent;
-}
-
-void expect_hits_of(const Sent &sent, const json &shown)
-{
-    Sent hit;
-    for (const json &one : shown) {
-        hit.packets += one["hits"]["packets"].get<uint64_t>();
-        hit.bytes += one["hits"]["bytes"].get<uint64_t>();
-        if (one["hits"]["packets"] > 0)
-            hit.source_ports.insert(40000 + one["index"].get<uint32_t>());
-        uint64_t of_nps = 0;
-        for (const json &np : one["nps"])
-            of_nps += np["hits"]["packets"].get<uint64_t>();
-        EXPECT_EQ(of_nps, one["hits"]["packets"]);
-    }
-    EXPECT_EQ(hit.packets, sent.packets);
-    EXPECT_EQ(hit.bytes, sent.bytes);
-    EXPECT_EQ(hit.source_ports, sent.source_ports);
-}
-
-class VserviceTraffic : public VserviceCommand, public testing::WithParamInterface<uint32_t> {};
-
-TEST_P(VserviceTraffic, OfARealCaptureLeavesAsTheRowsCountItOverTwoHundredServices)
-{
-    write_card(GetParam());
-    load();
-    const json run =
-        report_of({"run", "--state", state, "--pcap", real_capture, "--output", output});
-    const Sent sent = sent_as_tshark_reads_it();
-    EXPECT_EQ(sent.bad, 0u);
-    EXPECT_GE(sent.source_ports.size(), 200u);
-    uint64_t encapsulated = 0;
-    for (const json &np : run["replayed"]["nps"])
-        encapsulated += np["encapsulated"]["packets"].get<uint64_t>();
-    EXPECT_EQ(encapsulated, sent.packets);
-    expect_hits_of(sent, shown_services());
-    const Outcome text = inlinectl({"show", "vservices", "--state", state});
-    EXPECT_NE(text.out.find("\nProgrammed and without packets: 0 1 2 4 5 6 7 8 9 10 241 "),
-              std::string::npos)
-        << text.out;
-    expect_clean_audit();
-    // The counts stay through modifies, and go with their rows.
-    load();
-    expect_hits_of(sent, shown_services());
-    report_of({"vservice", "delete", "12", "--state", state});
-    load();
-    EXPECT_EQ(report_of({"show", "entry", "780", "--state",
-                         state})["entries"][0]["nps"][0]["hits"]["packets"],
-              0);
-}
-INSTANTIATE_TEST_SUITE_P(Nps, VserviceTraffic, testing::Values(1, 2, 8));
-
-TEST_F(VserviceCommand, TheSameLeavesACardInAProcessOfItsOwn)
-{
-    const CardChild card({"--card", card_file});
-    const Outcome loaded = inlinectl(
-        {"vservice", "load", services_file, "--connect", CardChild::socket, "--state", state});
-    EXPECT_EQ(loaded.exit_code, 1) << loaded.err; // some are skipped
-    report_of({"run", "--connect", CardChild::socket, "--state", state, "--pcap", real_capture,
-               "--output", output});
-    const Sent sent = sent_as_tshark_reads_it();
-    EXPECT_EQ(sent.bad, 0u);
-    EXPECT_GE(sent.source_ports.size(), 200u);
-    const json shown = report_of(
-        {"show", "vservices", "--state", state, "--connect", CardChild::socket})["vservices"];
-    expect_hits_of(sent, shown);
-    EXPECT_EQ(report_of({"show", "vservices", "--state", state, "--card-state",
-                         CardChild::state})["vservices"],
-              shown);
-    expect_refusal({"show", "vservices", "--state", state},
-                   std::string(state) + ": is a host's alone; say where its card is with "
-                                        "--card-state or --connect");
-}
-
-TEST_F(VserviceCommand, AStateGoesOnWithTheInterfacesOfAnotherCardFile)
-{
-    write_file(card_file, "[card]\nname = 'none yet'\n");
-    load();
-    report_of({"run", "--state", state, "--pcap", real_capture, "--output", output});
-    EXPECT_EQ(sent_as_tshark_reads_it().packets, 0u);
-    write_card(2);
-    load();
-    report_of({"run", "--state", state, "--pcap", real_capture, "--output", output});
-    EXPECT_GT(sent_as_tshark_reads_it().packets, 500u);
-}
-
-TEST_F(VserviceCommand, AnOutputThatCannotBeIsRefusedBeforeAnythingIsMade)
-{
-    expect_refusal({"run", "--pcap", real_capture, "--output", "/no/such/out.pcap"},
-                   "/no/such/out.pcap: cannot be written: No such file or directory");
-    expect_refusal({"run", "--state", state, "--output", output},
-                   "nothing goes out without traffic: give --pcap beside --output");
-    expect_refusal({"run", "--pcap", real_capture, "--output", real_capture},
-                   std::string("--output would overwrite the capture ") + real_capture);
-}
-
 } // namespace
+} // namespace test

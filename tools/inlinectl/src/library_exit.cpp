@@ -1,5 +1,6 @@
 #include "library_exit.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
 #include <utility>
@@ -33,6 +34,12 @@ LibraryExitWatch::LibraryExitWatch(std::function<void()> say)
 LibraryExitWatch::~LibraryExitWatch()
 {
     said_at_exit() = nullptr;
+}
+
+void say_that_the_library_ended_the_process()
+{
+    std::fprintf(stderr, "inlinectl: the library ended the process: it could not register with "
+                         "PRM; its log says why\n");
 }
 
 } // namespace inlinectl

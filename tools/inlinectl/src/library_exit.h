@@ -14,4 +14,7 @@ public:
     LibraryExitWatch &operator=(const LibraryExitWatch &) = delete;
 };
 
+// On standard error, for whoever waits for a report that will not come.
+void say_that_the_library_ended_the_process();
+
 } // namespace inlinectl

@@ -281,8 +281,7 @@ int perform_run(const RunOptions &options)
     const LibraryExitWatch watch([&] {
         progress.clear();
         say_faults();
-        std::fprintf(stderr, "inlinectl: the library ended the process: it could not register with "
-                             "PRM; its log says why\n");
+        say_that_the_library_ended_the_process();
     });
     try {
         return show(options, run.perform());

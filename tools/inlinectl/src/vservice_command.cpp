@@ -7,18 +7,16 @@
 #include <CLI/CLI.hpp>
 
 #include "card_choice.h"
-#include "card_hardware.h"
 #include "exit_code.h"
 #include "host_handles.h"
 #include "interrupt.h"
-#include "library_complaints.h"
+#include "library_exit.h"
 #include "nearest_name.h"
-#include "settlement.h"
 #include "standard_streams.h"
 #include "terminal.h"
 #include "vlc/card_access.h"
 #include "vlc/state_error.h"
-#include "vservice_feeder.h"
+#include "vservice_feeding.h"
 #include "vservice_file.h"
 #include "vservice_names.h"
 #include "vservice_report.h"
@@ -73,7 +71,8 @@ CLI::App *add_action(CLI::App &vservice, VserviceOptions &options, const char *n
                      const char *summary, VserviceOptions::Action action)
 {
     CLI::App *app = vservice.add_subcommand(name, summary);
-    app->allow_extras(false);
+    app->allow_extras();
+    app->footer(examples);
     app->add_option("--state", options.state_directory, "The host's state")->type_name("DIR");
     app->add_option("--connect", options.card_socket, "Be the host of the card that listens here")
         ->type_name("SOCKET");
@@ -90,18 +89,25 @@ void declare(CLI::App &vservice, VserviceOptions &options)
 {
     using Action = VserviceOptions::Action;
     CLI::App *add = add_action(vservice, options, "add", "Add or change one service", Action::add);
-    add->add_option("--index", options.record.vs_index, "The service, 0 to 255")->required();
+    const auto number = [add](const char *name, auto &value, const char *summary) {
+        using Number = std::remove_reference_t<decltype(value)>;
+        return add->add_option(name, value, summary)
+            ->check(CLI::Range(int64_t{0}, int64_t{std::numeric_limits<Number>::max()})
+                        .description(""));
+    };
+    number("--index", options.record.vs_index, "The service, 0 to 255")->required();
     add->add_option("--encapsulation", options.encapsulation, "udp, udp-local or a number");
     options.record.user = 1;
-    add->add_option("--user", options.record.user, "Kind of its user; 1, 2 and 4 are known");
+    number("--user", options.record.user, "Kind of its user; 1, 2 and 4 are known");
     add->add_option("--source", options.source, "Outer source address")->required();
     add->add_option("--destination", options.destination, "Outer destination address");
-    add->add_option("--source-port", options.record.sport, "Outer source port")->required();
-    add->add_option("--destination-port", options.record.dport, "Outer destination port")
-        ->required();
+    number("--source-port", options.record.sport, "Outer source port")->required();
+    number("--destination-port", options.record.dport, "Outer destination port")->required();
     add_action(vservice, options, "delete", "Delete services", Action::remove)
         ->add_option("index", options.indices, "The services")
-        ->required();
+        ->required()
+        ->check(
+            CLI::Range(int64_t{0}, int64_t{std::numeric_limits<uint32_t>::max()}).description(""));
     add_action(vservice, options, "delete-all", "Send the message that deletes nothing",
                Action::remove_all);
     add_action(vservice, options, "load", "Add or change every service of a file", Action::load)
@@ -147,98 +153,21 @@ void check(VserviceOptions &options)
         throw UsageError("--destination is needed; only udp-local does without");
 }
 
-// ---- feeding -----------------------------------------------------------------------------------
+// ---- carrying it out ---------------------------------------------------------------------------
 
-class Feeding {
-public:
-    Feeding(const VserviceOptions &options, const vlc::CardConfig &card)
-        : owned_card_(card_of(options.card_socket, card, *options.state_directory)),
-          card_(*owned_card_), session_(card_), host_(handles_of(card_, session_))
-    {
-        host_.start();
-        session_.let_everything_arrive();
-        if (host_.found_root())
-            settle_what_was_left();
-        feeder_.emplace();
-    }
-
-    void add(const vservice_config &record)
-    {
-        const bool was_there = feeder_->programmed(record.vs_index).has_value();
-        FedVservice fed{.index = record.vs_index, .config = record};
-        complaints_.look();
-        feeder_->add(record);
-        hear(fed);
-        if (fed.said.empty() && feeder_->programmed(record.vs_index))
-            fed.came = was_there ? FedVservice::Came::modified : FedVservice::Came::programmed;
-        report_.fed.push_back(std::move(fed));
-    }
-
-    void remove(uint32_t index)
-    {
-        const bool was_there = feeder_->programmed(index).has_value();
-        FedVservice fed{.index = index};
-        complaints_.look();
-        feeder_->remove(index);
-        hear(fed);
-        if (was_there && !feeder_->programmed(index))
-            fed.came = FedVservice::Came::deleted;
-        report_.fed.push_back(std::move(fed));
-    }
-
-    void remove_all() { feeder_->remove_all(); }
-
-    VserviceReport finish()
-    {
-        session_.let_everything_arrive();
-        for (std::string &text : complaints_.look())
-            report_.said.push_back(std::move(text));
-        for (uint32_t index = 0; index < VSERVICES; ++index)
-            report_.programmed_now += feeder_->programmed(index) ? 1U : 0U;
-        return std::move(report_);
-    }
-
-private:
-    // What the hardware answers late belongs to the record too.
-    void hear(FedVservice &fed)
-    {
-        session_.let_everything_arrive();
-        fed.said = complaints_.look();
-    }
-
-    void settle_what_was_left()
-    {
-        const CardHardware hardware(card_.access());
-        const services::Settlement settled =
-            services::settle({.root = host_.root(),
-                              .in_shared_memory = in_window(card_.window()),
-                              .hardware = &hardware,
-                              .run_events = [this] { session_.let_everything_arrive(); }});
-        for (const std::string &left : settled.left)
-            report_.said.push_back("not settled: " + left);
-    }
-
-    std::unique_ptr<vlc::VirtualLineCard> owned_card_;
-    vlc::VirtualLineCard &card_;
-    CardSession session_;
-    services::ServiceHost host_;
-    LibraryComplaints complaints_;
-    std::optional<services::VserviceFeeder> feeder_;
-    VserviceReport report_;
-};
-
-void feed(const VserviceOptions &options, const std::vector<vservice_config> &records,
-          Feeding &feeding)
+VserviceReport feed(const VserviceOptions &options, const std::vector<vservice_config> &records,
+                    VserviceFeeding &feeding)
 {
-    for (const vservice_config &record : records) {
-        if (interrupted())
-            throw std::runtime_error("interrupted");
-        feeding.add(record);
-    }
-    for (const uint32_t index : options.indices)
-        feeding.remove(index);
     if (options.action == VserviceOptions::Action::remove_all)
         feeding.remove_all();
+    for (size_t i = 0; i < records.size() && !interrupted(); ++i)
+        feeding.add(records[i]);
+    for (size_t i = 0; i < options.indices.size() && !interrupted(); ++i)
+        feeding.remove(options.indices[i]);
+    VserviceReport report = feeding.finish();
+    report.interrupted = interrupted();
+    report.not_fed = records.size() + options.indices.size() - report.fed.size();
+    return report;
 }
 
 int perform(const VserviceOptions &options)
@@ -252,12 +181,15 @@ int perform(const VserviceOptions &options)
             records = load_vservices(options.file);
         else if (options.action == Action::add)
             records.push_back(options.record);
+        if (interrupted())
+            throw std::runtime_error("interrupted before anything was made");
         const vlc::CardConfig card = options.card_socket
                                          ? card_at_socket(options.card, *options.card_socket)
                                          : card_of_state(options.card, options.state_directory);
-        Feeding feeding(options, card);
-        feed(options, records, feeding);
-        const VserviceReport report = feeding.finish();
+        const LibraryExitWatch watch(say_that_the_library_ended_the_process);
+        VserviceFeeding feeding(card_of(options.card_socket, card, *options.state_directory),
+                                *options.state_directory);
+        const VserviceReport report = feed(options, records, feeding);
         if (options.json)
             write_json(std::cout, report);
         else

@@ -14,19 +14,23 @@ namespace {
 using Came = FedVservice::Came;
 using nlohmann::ordered_json;
 
+// In the order of what is counted.
+constexpr struct {
+    Came came;
+    const char *text;
+    const char *name; // in JSON
+} outcomes[] = {{Came::programmed, "programmed", "programmed"},
+                {Came::modified, "modified", "modified"},
+                {Came::deleted, "deleted", "deleted"},
+                {Came::was_not_there, "was not there", "were_not_there"},
+                {Came::skipped, "skipped", "skipped"},
+                {Came::failed, "failed", "failed"},
+                {Came::lost, "failed and lost", "lost"}};
+
 const char *came_text(const FedVservice &one)
 {
-    switch (one.came) {
-    case Came::programmed:
-        return "programmed";
-    case Came::modified:
-        return "modified";
-    case Came::deleted:
-        return "deleted";
-    case Came::nothing:
-        break;
-    }
-    return one.config || !one.said.empty() ? "skipped" : "was not there";
+    return std::ranges::find(outcomes, one.came, [](const auto &known) { return known.came; })
+        ->text;
 }
 
 std::string joined(const std::vector<std::string> &texts)
@@ -59,8 +63,9 @@ size_t VserviceReport::count(FedVservice::Came came) const
 
 bool VserviceReport::went_well() const
 {
-    return said.empty() && std::ranges::all_of(fed, [](const FedVservice &one) {
-               return one.said.empty() && (!one.config || one.came != Came::nothing);
+    return said.empty() && !interrupted && not_fed == 0 &&
+           std::ranges::all_of(fed, [](const FedVservice &one) {
+               return one.said.empty() && one.came < Came::skipped;
            });
 }
 
@@ -87,11 +92,16 @@ void write_text(std::ostream &out, const VserviceReport &report, const Style &st
     }
     for (const std::string &text : report.said)
         out << style.bold("The library says") << " " << text << "\n";
-    out << grouped(report.count(Came::programmed)) << " programmed, "
-        << grouped(report.count(Came::modified)) << " modified, "
-        << grouped(report.count(Came::deleted)) << " deleted, "
-        << grouped(report.count(Came::nothing)) << " came to nothing; "
+    std::string sums;
+    for (const auto &[came, text, name] : outcomes) {
+        if (report.count(came) > 0)
+            sums += (sums.empty() ? "" : ", ") + grouped(report.count(came)) + " " + text;
+    }
+    out << sums << (sums.empty() ? "" : "; ")
         << counted(report.programmed_now, "service is", "services are") << " programmed now\n";
+    if (report.interrupted)
+        out << style.bold("Interrupted") << ": "
+            << counted(report.not_fed, "service was", "services were") << " not fed\n";
 }
 
 void write_json(std::ostream &out, const VserviceReport &report)
@@ -99,13 +109,13 @@ void write_json(std::ostream &out, const VserviceReport &report)
     ordered_json fed = ordered_json::array();
     for (const FedVservice &one : report.fed)
         fed.push_back(json_of(one));
-    const ordered_json object{{"vservices", fed},
-                              {"programmed", report.count(Came::programmed)},
-                              {"modified", report.count(Came::modified)},
-                              {"deleted", report.count(Came::deleted)},
-                              {"came_to_nothing", report.count(Came::nothing)},
-                              {"programmed_now", report.programmed_now},
-                              {"said", report.said}};
+    ordered_json object{{"vservices", fed}};
+    for (const auto &[came, text, name] : outcomes)
+        object[name] = report.count(came);
+    object["programmed_now"] = report.programmed_now;
+    object["interrupted"] = report.interrupted;
+    object["not_fed"] = report.not_fed;
+    object["said"] = report.said;
     out << object.dump(2, ' ', false, ordered_json::error_handler_t::replace) << "\n";
 }
 
