@@ -28,6 +28,11 @@ public:
     using VisitAnswer = std::function<void(uint32_t np, uint32_t table, uint32_t refnum,
                                            uint32_t status, ByteSpan key)>;
     virtual void for_each_unread_answer(const VisitAnswer &visit) const = 0;
+
+    // Runs of dynamic counters that are in use, and where the NPs find a counter.
+    using VisitRun = std::function<void(uint32_t first, uint32_t count)>;
+    virtual void for_each_counter_run(uint32_t np, const VisitRun &visit) const = 0;
+    virtual uint32_t address_of_counter(uint32_t counter) const = 0;
 };
 
 } // namespace services

@@ -1,4 +1,5 @@
-// The audit: compares the shadow DB with every NP's tables and with the counter bitmaps.
+// The audit: compares the shadow DB with every NP's tables and with the counter bitmaps, and the
+// flow table with the NPs' flow rows and dynamic counters.
 //
 // It reads and changes nothing, and needs no library running: the shadow DB may be a dead host's.
 // No pointer of the shadow DB is followed before it is checked, so a damaged one is a finding and
@@ -29,8 +30,9 @@ struct AuditInput {
         nullptr; // null: only the shadow DB and the bitmaps are looked at
 };
 
-// An entry is a node in a list of the shadow DB, whatever its action says. What is not in a list is
-// no entry: its rows are stale and its counters are leaked.
+// An entry is a node in a list of the shadow DB, whatever its action says, or a flow in a chain of
+// the flow table. What is not in a list or chain is no entry: its rows are stale and its counters
+// are leaked.
 enum class FindingKind {
     entry_missing,   // an NP has no row for the entry; one finding an NP
     entry_stale,     // an NP has a row that no entry has the key of
@@ -76,12 +78,15 @@ struct AuditReport {
     struct Np {
         std::array<uint64_t, SHADOW_DB_TABLES> rows{};
         uint64_t counters_in_use = 0; // bits of the bitmap
+        uint64_t flow_rows = 0;
+        uint64_t flow_counters_in_use = 0; // dynamic ones
     };
     std::vector<Finding> findings; // by kind, then by NP
     std::vector<UnreadAnswer> in_flight;
     std::vector<Np> nps;
     uint64_t entries = 0;                              // main entries
     std::array<uint64_t, SHADOW_DB_TABLES> nodes{};    // in lists
+    uint64_t flows = 0;                                // in chains
     std::array<uint64_t, finding_kinds> count() const; // of findings, by kind
     bool clean() const { return findings.empty(); }
 };
@@ -90,7 +95,8 @@ struct AuditReport {
 // the result of an entry with counters are the received-packets counter's: the first three bytes
 // in memory of stat_index_rx[np], or on a card that takes counters unswapped its bytes 1 to 3.
 // Every entry of the ext conf table has counters, and in the service config table every one whose
-// hw_index is not SHADOW_DB_NO_HW_INDEX.
+// hw_index is not SHADOW_DB_NO_HW_INDEX. A flow's row holds its result with its counter's address
+// in bytes 3 to 5, or, since a modify, bytes 1 to 3 of its counter's number in bytes 1 to 3.
 AuditReport audit(const AuditInput &input);
 
 } // namespace services

@@ -1,5 +1,5 @@
-// What a window holds of interfaces, virtual services and keys, copied for looking: neither damage
-// nor a host that is at work can lead astray.
+// What a window holds of interfaces, virtual services, keys and flows, copied for looking: neither
+// damage nor a host that is at work can lead astray.
 #pragma once
 
 #include <cstdint>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "inline_service_attributes.h"
+#include "inline_service_flowdb.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_vservice.h"
 
@@ -37,6 +38,8 @@ public:
     std::optional<std::vector<vservice_config>> vservices() const;
     // Every key that is in use. Throws ServiceError when its chains are damaged.
     std::map<uint32_t, StoredKey> keys() const;
+    // Every flow, chain by chain. Throws ServiceError when the chains are damaged.
+    std::vector<flow_record> flows() const;
 
 private:
     template <typename Record>

@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "entry_content.h"
+#include "flow_audit.h"
 #include "shadow_walk.h"
 
 namespace services {
@@ -84,6 +85,7 @@ public:
                 compare_rows(np);
             collect_answers();
         }
+        audit_flows(input_, nps_, report_);
         std::ranges::stable_sort(report_.findings, {}, [](const Finding &finding) {
             return std::tuple(finding.kind, finding.np);
         });

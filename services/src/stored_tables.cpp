@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "flow_walk.h"
 #include "service_error.h"
 #include "shadow_walk.h"
 
@@ -57,6 +58,20 @@ std::map<uint32_t, StoredKey> StoredTables::keys() const
             std::memcpy(&keys[key].content, address, sizeof *address);
     }
     return keys;
+}
+
+std::vector<flow_record> StoredTables::flows() const
+{
+    const AuditInput input{.root = address_, .in_shared_memory = in_shared_memory_};
+    AuditReport report;
+    std::vector<flow_record> flows;
+    for (const StoredFlow &flow : FlowWalk(input, report).run())
+        flows.push_back(flow.content);
+    for (const Finding &finding : report.findings) {
+        if (finding.kind == FindingKind::list_broken) // a count may be of another moment
+            throw ServiceError(finding.text + "; see 'inlinectl audit'");
+    }
+    return flows;
 }
 
 } // namespace services

@@ -45,7 +45,9 @@ ordered_json nps_json(const services::AuditReport &report)
     for (const services::AuditReport::Np &np : report.nps)
         list.push_back({{"service_config", np.rows[0]},
                         {"ext_conf", np.rows[1]},
-                        {"counters_in_use", np.counters_in_use}});
+                        {"counters_in_use", np.counters_in_use},
+                        {"flows", np.flow_rows},
+                        {"dynamic_counters_in_use", np.flow_counters_in_use}});
     return list;
 }
 
@@ -79,7 +81,8 @@ void write_json(std::ostream &out, const AuditOutcome &outcome)
         {"shadow_db",
          {{"keys", report.entries},
           {"service_config", report.nodes[0]},
-          {"ext_conf", report.nodes[1]}}},
+          {"ext_conf", report.nodes[1]},
+          {"flows", report.flows}}},
         {"nps", nps_json(report)},
         {"counts", counts_json(report)},
         {"differences", differences},

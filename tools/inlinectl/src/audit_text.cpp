@@ -86,6 +86,27 @@ private:
                        grouped(totals.counters_in_use)});
         }
         table.write(out_);
+        if (has_flows())
+            write_flow_totals();
+    }
+
+    bool has_flows() const
+    {
+        return report_.flows > 0 || std::ranges::any_of(report_.nps, [](const AuditReport::Np &np) {
+                   return np.flow_rows > 0 || np.flow_counters_in_use > 0;
+               });
+    }
+
+    void write_flow_totals()
+    {
+        Table table;
+        table.add({"", "flows", "dynamic counters in use"});
+        table.add({"flow table", grouped(report_.flows)});
+        for (size_t np = 0; np < report_.nps.size(); ++np)
+            table.add({"NP " + std::to_string(np), grouped(report_.nps[np].flow_rows),
+                       grouped(report_.nps[np].flow_counters_in_use)});
+        out_ << "\n";
+        table.write(out_);
     }
 
     void write_differences()

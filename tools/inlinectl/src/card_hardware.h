@@ -34,6 +34,17 @@ public:
         });
     }
 
+    void for_each_counter_run(uint32_t np, const VisitRun &visit) const override
+    {
+        card_.for_each_counter_run(
+            np, [&visit](const vlc::CounterRun &run) { visit(run.first, run.length); });
+    }
+
+    uint32_t address_of_counter(uint32_t counter) const override
+    {
+        return vlc::DynamicCounters::address_of(counter);
+    }
+
 private:
     vlc::CardAccess &card_;
 };
