@@ -9,7 +9,18 @@
 namespace test {
 namespace {
 
-enum Field { length, layers, address, protocol, tcp_port, udp_port, fields };
+enum Field {
+    length,
+    layers,
+    source,
+    address,
+    protocol,
+    tcp_source_port,
+    tcp_port,
+    udp_source_port,
+    udp_port,
+    fields
+};
 
 std::string run(const std::string &command)
 {
@@ -66,7 +77,8 @@ ReferenceCounts reference_counts(const std::filesystem::path &capture)
     const std::string text =
         run("tshark -n -r '" + capture.string() +
             "' -o ip.defragment:FALSE -T fields -E occurrence=f -e frame.len -e frame.protocols "
-            "-e ip.dst -e ip.proto -e tcp.dstport -e udp.dstport 2>/dev/null");
+            "-e ip.src -e ip.dst -e ip.proto -e tcp.srcport -e tcp.dstport -e udp.srcport "
+            "-e udp.dstport 2>/dev/null");
     ReferenceCounts counts;
     std::istringstream lines(text);
     for (std::string line; std::getline(lines, line);) {
@@ -77,14 +89,22 @@ ReferenceCounts reference_counts(const std::filesystem::path &capture)
             continue;
         // The ports of an inner packet are not the outer one's.
         std::string port;
-        if (columns[protocol] == "6")
+        std::string source_port;
+        if (columns[protocol] == "6") {
             port = columns[tcp_port];
-        else if (columns[protocol] == "17")
+            source_port = columns[tcp_source_port];
+        } else if (columns[protocol] == "17") {
             port = columns[udp_port];
+            source_port = columns[udp_source_port];
+        }
         add(&counts.ipv4, bytes);
         add(&counts.addresses[columns[address]], bytes);
         add(&counts.destinations[columns[protocol] + " " + columns[address] + " " +
                                  (port.empty() ? "0" : port)],
+            bytes);
+        add(&counts.flows[columns[protocol] + " " + columns[source] + " " +
+                          (source_port.empty() ? "0" : source_port) + " " + columns[address] + " " +
+                          (port.empty() ? "0" : port)],
             bytes);
     }
     return counts;

@@ -19,6 +19,7 @@ struct Count {
 struct ReferenceCounts {
     std::map<std::string, Count> destinations; // "protocol address port"
     std::map<std::string, Count> addresses;
+    std::map<std::string, Count> flows; // "protocol source port destination port"
     Count all;  // every packet of the capture
     Count ipv4; // those with an IPv4 destination that the data plane reads
 };

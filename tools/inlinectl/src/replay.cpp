@@ -14,8 +14,8 @@ constexpr uint64_t packets_between_looks = 4096;
 class Replay {
 public:
     Replay(vlc::VirtualLineCard &card, CardSession &session, services::TrafficMeter &meter,
-           Progress &progress)
-        : card_(card), session_(session), meter_(meter), progress_(progress)
+           FlowRun *flows, Progress &progress)
+        : card_(card), session_(session), meter_(meter), flows_(flows), progress_(progress)
     {
     }
 
@@ -26,6 +26,8 @@ public:
         while (!interrupted() && reader.next(&packet)) {
             count_before(packet.wire_length);
             ++packets_;
+            if (flows_ != nullptr)
+                flows_->pass_time_to(packet);
             if (!card_.access().process(packet) && !session_.wait_for_card())
                 throw vlc::StateError("the card went away and did not come back");
             if (packets_ % packets_between_looks != 0)
@@ -56,6 +58,7 @@ private:
     vlc::VirtualLineCard &card_;
     CardSession &session_;
     services::TrafficMeter &meter_;
+    FlowRun *flows_;
     Progress &progress_;
     uint64_t packets_ = 0;
     uint64_t uncounted_bytes_ = 0;
@@ -65,10 +68,11 @@ private:
 } // namespace
 
 Replayed replay(vlc::VirtualLineCard &card, CardSession &session, services::TrafficMeter &meter,
-                const std::vector<std::filesystem::path> &captures, Progress &progress)
+                FlowRun *flows, const std::vector<std::filesystem::path> &captures,
+                Progress &progress)
 {
     Replayed outcome;
-    Replay replaying(card, session, meter, progress);
+    Replay replaying(card, session, meter, flows, progress);
     try {
         for (size_t place = 0; place < captures.size(); ++place)
             replaying.run(captures[place], place, captures.size());

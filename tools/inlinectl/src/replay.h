@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "card_session.h"
+#include "flow_run.h"
 #include "progress.h"
 #include "traffic_meter.h"
 #include "vlc/virtual_line_card.h"
@@ -21,7 +22,9 @@ struct Replayed {
 // for its sums. Ends early when the run is interrupted, or when the card goes away
 // and does not come back. A capture that cannot be read to its end, since it has changed, ends it
 // too: what was replayed before it is kept.
+// `flows` is told of each packet before the card gets it; null without a flow service.
 Replayed replay(vlc::VirtualLineCard &card, CardSession &session, services::TrafficMeter &meter,
-                const std::vector<std::filesystem::path> &captures, Progress &progress);
+                FlowRun *flows, const std::vector<std::filesystem::path> &captures,
+                Progress &progress);
 
 } // namespace inlinectl

@@ -107,6 +107,20 @@ ordered_json answers_json(const vlc::PrmLedger::Sums &requests)
             {"in_flight_at_breaks", requests.in_flight_at_breaks}};
 }
 
+ordered_json flows_json(const FlowReport &flows)
+{
+    ordered_json refused = ordered_json::array();
+    for (const auto &[code, packets] : flows.sums.refused)
+        refused.push_back({{"code", code}, {"packets", packets}});
+    return {{"found", flows.sums.found},
+            {"added", flows.sums.added},
+            {"ended", flows.sums.ended},
+            {"active", flows.active},
+            {"counted", count_json(flows.passed)},
+            {"dropped", count_json(flows.dropped)},
+            {"refused", refused}};
+}
+
 ordered_json failures_json(const HardwareFailures &failures)
 {
     ordered_json late = ordered_json::array();
@@ -143,6 +157,7 @@ void write_json(std::ostream &out, const RunReport &report)
         {"replayed", traffic_json(report)},
         {"destinations", entries_json(report.destinations)},
         {"addresses", entries_json(report.addresses)},
+        {"flows", report.flows ? flows_json(*report.flows) : nullptr},
         {"hardware_failures", failures_json(report.failures)},
         {"evidence", report.evidence ? ordered_json(report.evidence->string()) : nullptr},
         {"faults", report.faults ? fault_json(*report.faults) : nullptr},

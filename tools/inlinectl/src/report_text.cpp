@@ -50,6 +50,7 @@ public:
         write_head();
         write_ranking("Destinations", "destination", report_.destinations, shown_destinations);
         write_ranking("Addresses", "address", report_.addresses, shown_addresses);
+        write_flows();
         write_sums();
         write_answers();
         write_failures();
@@ -109,7 +110,7 @@ private:
     void write_ranking(const char *title, const char *column,
                        const std::vector<MeterEntry> &entries, size_t most)
     {
-        std::vector<Row> rows = rows_of(entries, most);
+        const std::vector<Row> rows = rows_of(entries, most);
         if (rows.empty())
             return;
         out_ << "\n"
@@ -117,12 +118,17 @@ private:
                             (report_.replayed() ? "" : " since they were programmed") + ", " +
                             grouped(rows.size()) + " of " + grouped(entries.size()))
              << "\n";
-        const Row head{column, "NPs", "packets", "bytes", 0};
+        write_rows({column, "NPs", "packets", "bytes", 0}, rows);
+    }
+
+    void write_rows(const Row &head, const std::vector<Row> &rows)
+    {
         Row widths = head;
         for (const Row &row : rows)
             widen(widths, row);
         const size_t fixed = widths.entry.size() + widths.nps.size() + widths.packets.size() +
-                             widths.bytes.size() + 4 * gap.size() + 1 + percent(1).size();
+                             widths.bytes.size() + (widths.nps.empty() ? 3 : 4) * gap.size() + 1 +
+                             percent(1).size();
         const size_t cells =
             std::clamp<size_t>(screen_columns - std::min(screen_columns, fixed), 4, 24);
         out_ << cells_of(head, widths) << gap << "share\n";
@@ -164,10 +170,37 @@ private:
     static std::string cells_of(const Row &row, const Row &widths)
     {
         std::string text = left(row.entry, widths.entry.size());
-        text.append(gap).append(left(row.nps, widths.nps.size()));
+        if (!widths.nps.empty())
+            text.append(gap).append(left(row.nps, widths.nps.size()));
         text.append(gap).append(right(row.packets, widths.packets.size()));
         text.append(gap).append(right(row.bytes, widths.bytes.size()));
         return text;
+    }
+
+    // ---- flows
+
+    void write_flows()
+    {
+        if (!report_.flows)
+            return;
+        const FlowReport &flows = *report_.flows;
+        out_ << "\n"
+             << style_.bold("Flows by bytes, " + grouped(flows.top.size()) + " of " +
+                            grouped(flows.active + flows.sums.ended))
+             << "\n";
+        const uint64_t all_bytes = flows.passed.bytes + flows.dropped.bytes;
+        std::vector<Row> rows;
+        for (const services::FlowAccount &flow : flows.top) {
+            const uint64_t bytes = flow.bytes + flow.dropped_bytes;
+            const double share =
+                all_bytes == 0 ? 0.0 : static_cast<double>(bytes) / static_cast<double>(all_bytes);
+            rows.push_back({flow_name(flow.tuple), "", grouped(flow.packets + flow.dropped_packets),
+                            grouped(bytes), share});
+        }
+        if (!rows.empty())
+            write_rows({"flow", "", "packets", "bytes", 0}, rows);
+        out_ << grouped(flows.sums.found) << " found, " << grouped(flows.sums.added) << " added, "
+             << grouped(flows.sums.ended) << " ended idle, " << grouped(flows.active) << " go on\n";
     }
 
     // ---- sums
@@ -186,6 +219,10 @@ private:
         if (report_.replayed()) {
             add("counted by destination", sum_of_run(report_.destinations));
             add("counted by address", sum_of_run(report_.addresses));
+            if (report_.flows)
+                add("counted by flow", report_.flows->passed);
+            if (report_.flows && report_.flows->dropped.packets > 0)
+                add("dropped by policers", report_.flows->dropped);
             if (const vlc::NpTotals sent = encapsulated(report_); sent.encapsulated_packets > 0)
                 add("encapsulated", {sent.encapsulated_packets, sent.encapsulated_bytes});
             add("hit nothing", {report_.traffic.missed_packets, report_.traffic.missed_bytes});

@@ -13,6 +13,7 @@
 #include "card_session.h"
 #include "evidence.h"
 #include "exit_code.h"
+#include "flow_run.h"
 #include "host_handles.h"
 #include "interrupt.h"
 #include "library_exit.h"
@@ -106,8 +107,12 @@ public:
             settle_what_was_left();
         meter_.emplace();
         program();
+        if (options_.flows.wanted)
+            flows_.emplace(options_.flows, card_, session_, [this] { report_.failures.look(); });
         replay_captures();
         settle();
+        if (flows_)
+            report_.flows = flows_->finish();
         conclude();
         return std::move(report_);
     }
@@ -180,7 +185,8 @@ private:
         if (output_)
             card_.access().on_output(
                 [this](const vlc::EncapsulatedPacket &packet) { output_->write(packet); });
-        Replayed replayed = replay(card_, session_, *meter_, options_.captures, progress_);
+        Replayed replayed = replay(card_, session_, *meter_, flows_ ? &*flows_ : nullptr,
+                                   options_.captures, progress_);
         report_.traffic = std::move(replayed.traffic.totals);
         if (const uint64_t lost = replayed.traffic.undelivered; lost > 0)
             report_.problems.push_back(counted(lost, "packet", "packets") +
@@ -218,6 +224,10 @@ private:
         if (const uint64_t failed = report_.failures.count(); failed > 0)
             report_.problems.push_back(
                 counted(failed, "request to the hardware", "requests to the hardware") + " failed");
+        if (report_.flows) {
+            for (std::string &problem : flow_problems(*report_.flows))
+                report_.problems.push_back(std::move(problem));
+        }
         for (std::string &problem : request_problems(report_))
             report_.problems.push_back(std::move(problem));
         if (!card_.why_given_up().empty())
@@ -242,6 +252,7 @@ private:
     services::ServiceHost host_;
     Evidence evidence_;
     std::optional<services::TrafficMeter> meter_;
+    std::optional<FlowRun> flows_;
     uint64_t fullest_ = 0; // bytes in use of the window
     RunReport report_;
 };
@@ -293,7 +304,8 @@ int perform_run(const RunOptions &options)
 
 int run(const RunOptions &options)
 {
-    vlc::CardClock::set_mode(vlc::ClockMode::real);
+    // Flows end in the traffic's time, of which a replay passes much in no time.
+    vlc::CardClock::set_mode(options.flows.wanted ? vlc::ClockMode::stepped : vlc::ClockMode::real);
     watch_interrupts();
     try {
         return perform_run(options);

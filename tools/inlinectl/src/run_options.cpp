@@ -21,6 +21,8 @@ constexpr const char *examples =
     "    inlinectl run --pcap capture.pcap --fault faults/answers.toml\n"
     "  Write what virtual services encapsulate, see 'inlinectl vservice --help':\n"
     "    inlinectl run --state card --pcap capture.pcap --output out.pcap\n"
+    "  Have a flow for each 5-tuple, and write down each one's packets, bytes and times:\n"
+    "    inlinectl run --flows --flow-export flows.jsonl --pcap capture.pcap\n"
     "  On a card that runs by itself, see 'inlinectl card --help':\n"
     "    inlinectl run --connect /tmp/card.sock --state host --pcap capture.pcap\n"
     "\n"
@@ -60,6 +62,7 @@ void declare_run_options(CLI::App &run, RunOptions &options)
         ->type_name("FILE");
     run.add_option("--fault", options.fault_file, "What goes wrong meanwhile: a fault plan (TOML)")
         ->type_name("FILE");
+    declare_flow_options(run, options.flows);
     run.add_flag("--json", options.json, "Write the report as one JSON object");
     run.add_flag("--quiet", options.quiet, "No progress, no report, only what failed");
     run.footer(examples);

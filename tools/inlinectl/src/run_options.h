@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "card_choice.h"
+#include "flow_options.h"
 
 namespace CLI {
 class App;
@@ -21,6 +22,7 @@ struct RunOptions {
     std::optional<std::filesystem::path> fault_file;
     std::optional<std::filesystem::path> output_file; // what the card sends out
     std::vector<std::filesystem::path> captures;
+    FlowChoice flows;
     bool json = false;
     bool quiet = false;
 };

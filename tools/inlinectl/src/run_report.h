@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "fault_report.h"
+#include "flow_report.h"
 #include "hardware_failures.h"
 #include "settlement.h"
 #include "terminal.h"
@@ -27,6 +28,7 @@ struct RunReport {
     size_t captures = 0;
     std::optional<std::filesystem::path> output; // where encapsulated packets went
     vlc::DataPlaneTotals traffic;
+    std::optional<FlowReport> flows; // with the flow service
     vlc::PrmLedger::Sums requests{};
     HardwareFailures failures;
     std::optional<std::filesystem::path> evidence; // of the first late failure, with --state
