@@ -23,6 +23,8 @@ constexpr const char *examples =
     "    inlinectl show attributes --state card\n"
     "  Virtual services with what their rows have counted:\n"
     "    inlinectl show vservices --state card\n"
+    "  The ten flows of a network that have most packets:\n"
+    "    inlinectl show flows --state card --address 192.0.2.0/24 --sort packets --first 10\n"
     "  The entries under a key of the shadow DB, here of vservice 7:\n"
     "    inlinectl show entry 775 --state card --json\n"
     "\n"
@@ -34,6 +36,7 @@ struct ShowOptions {
     std::optional<std::filesystem::path> card_directory;
     std::optional<std::filesystem::path> card_socket;
     uint32_t key = 0;
+    FlowSelection flows;
     bool json = false;
     std::function<int(const ShowOptions &, const ShownState &)> show;
 };
@@ -56,6 +59,12 @@ int show_attributes(const ShowOptions &options, const ShownState &state)
 int show_vservices(const ShowOptions &options, const ShownState &state)
 {
     write(options, state.vservices());
+    return exit_fine;
+}
+
+int show_flows(const ShowOptions &options, const ShownState &state)
+{
+    write(options, select(state.flows(), options.flows));
     return exit_fine;
 }
 
@@ -91,6 +100,9 @@ void declare(CLI::App &show, ShowOptions &options)
 {
     add_view(show, options, "attributes", "Attributes of interfaces", show_attributes);
     add_view(show, options, "vservices", "Virtual services and their hits", show_vservices);
+    declare_flow_selection(
+        *add_view(show, options, "flows", "Flows, their counts and times", show_flows),
+        options.flows);
     add_view(show, options, "entry", "The entries under a key of the shadow DB", show_entry)
         ->add_option("key", options.key, "The key, 0 to 1023")
         ->type_name("KEY")
@@ -103,7 +115,7 @@ void declare(CLI::App &show, ShowOptions &options)
 void check(const ShowOptions &options)
 {
     if (!options.show)
-        throw UsageError("nothing to show: say attributes, vservices or entry");
+        throw UsageError("nothing to show: say attributes, vservices, flows or entry");
     if (!options.state_directory)
         throw UsageError("nothing to look into: give --state");
     if (options.card_directory && options.card_socket)
@@ -140,7 +152,7 @@ Command show_command()
     const auto options = std::make_shared<ShowOptions>();
     return {.name = "show",
             .summary = "Show what a host's window and its card hold",
-            .words_hint = "say attributes, vservices or entry",
+            .words_hint = "say attributes, vservices, flows or entry",
             .declare = [options](CLI::App &app) { declare(app, *options); },
             .check = [options] { check(*options); },
             .perform = [options] { return perform(*options); }};

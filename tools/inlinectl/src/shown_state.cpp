@@ -174,4 +174,9 @@ std::optional<ShownKey> ShownState::key(uint32_t key) const
     return shown;
 }
 
+std::vector<ShownFlow> ShownState::flows() const
+{
+    return shown_flows(tables().flows(), *card_);
+}
+
 } // namespace inlinectl

@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include "shown_flows.h"
 #include "stored_tables.h"
 #include "vlc/card_access.h"
 #include "vlc/state_directory.h"
@@ -66,6 +67,8 @@ public:
     std::vector<ShownVservice> vservices() const;
     // Nothing for a key without an entry.
     std::optional<ShownKey> key(uint32_t key) const;
+    // All of the flow table.
+    std::vector<ShownFlow> flows() const;
 
 private:
     using Rows = std::map<std::string, std::pair<std::string, vlc::PacketCount>>; // by key bytes
