@@ -140,7 +140,7 @@ TEST_F(FaultRuns, ThatTheLibraryEndsSaySo)
     EXPECT_EQ(outcome.err,
               "Faults of /tmp/plan.toml, seed 0\n"
               "line  matched  fired  action     trigger       service\n"
-              "   1        4      2  no-memory  from match 3  shmwin_malloc\n"
+              "   1        6      4  no-memory  from match 3  shmwin_malloc\n"
               "inlinectl: the library ended the process: it could not register with PRM; its log "
               "says why\n");
 }

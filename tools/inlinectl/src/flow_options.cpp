@@ -31,17 +31,17 @@ void declare_flow_options(CLI::App &run, FlowChoice &choice)
 {
     services::FlowOptions &options = choice.options;
     CLI::Option *flows =
-        run.add_flag("--flows", choice.wanted, "Have a flow for each 5-tuple, and count it");
+        run.add_flag("--flows", choice.wanted, "Count each 5-tuple by a flow of its own");
     run.add_option_function<std::string>(
            "--flow-nps", [&options](const std::string &nps) { options.on_all_nps = nps == "all"; },
-           "Program a flow into 'all' NPs, or into the 'one' where its packets come")
+           "On all NPs, or the one where its packets come")
         ->type_name("all|one")
         ->check(CLI::IsMember({"all", "one"}).description(""))
         ->needs(flows);
     run.add_option_function<std::string>(
            "--flow-police",
            [&options](const std::string &text) { options.policer = policer_of(text); },
-           "Drop what a flow sends beyond RATE bytes a second; BURST bytes go through at once")
+           "Police flows: bytes a second, and at once")
         ->type_name("RATE:BURST")
         ->check(CLI::Validator(
             [](const std::string &text) {
@@ -56,17 +56,15 @@ void declare_flow_options(CLI::App &run, FlowChoice &choice)
                options.idle_time = std::chrono::duration_cast<std::chrono::nanoseconds>(
                    std::chrono::duration<double>(seconds));
            },
-           "End a flow that has no packet for this long; 15 seconds if not given")
+           "End a flow without packets for so long; 15")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 1e6).description(""))
         ->needs(flows);
-    run.add_option("--flow-buckets", options.buckets,
-                   "Chains of the flow table where there is none yet; 65536 if not given")
+    run.add_option("--flow-buckets", options.buckets, "Chains of a new flow table; 65536")
         ->type_name("N")
         ->check(CLI::Range(uint32_t{1}, services::FlowOptions::most_buckets).description(""))
         ->needs(flows);
-    run.add_option("--flow-export", choice.export_file,
-                   "Write one JSON line for each flow that ended, and for each that goes on")
+    run.add_option("--flow-export", choice.export_file, "Write a JSON line for each flow")
         ->type_name("FILE")
         ->needs(flows);
 }

@@ -21,7 +21,7 @@ constexpr const char *examples =
     "    inlinectl run --pcap capture.pcap --fault faults/answers.toml\n"
     "  Write what virtual services encapsulate, see 'inlinectl vservice --help':\n"
     "    inlinectl run --state card --pcap capture.pcap --output out.pcap\n"
-    "  Have a flow for each 5-tuple, and write down each one's packets, bytes and times:\n"
+    "  Count each 5-tuple by a flow, and write down its packets and times:\n"
     "    inlinectl run --flows --flow-export flows.jsonl --pcap capture.pcap\n"
     "  On a card that runs by itself, see 'inlinectl card --help':\n"
     "    inlinectl run --connect /tmp/card.sock --state host --pcap capture.pcap\n"
