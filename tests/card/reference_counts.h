@@ -20,8 +20,8 @@ struct ReferenceCounts {
     std::map<std::string, Count> destinations; // "protocol address port"
     std::map<std::string, Count> addresses;
     std::map<std::string, Count> flows; // "protocol source port destination port"
-    Count all;  // every packet of the capture
-    Count ipv4; // those with an IPv4 destination that the data plane reads
+    Count all;                          // every packet of the capture
+    Count ipv4;                         // those with an IPv4 destination that the data plane reads
 };
 
 // By tshark: first occurrence of each field, no reassembly.
