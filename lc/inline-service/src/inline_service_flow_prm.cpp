@@ -305,8 +305,8 @@ uint32_t inline_flow_read_stats(flow_record *record, uint64_t *first, uint64_t *
     *second = 0;
     if (!has_stats(*record))
         return 0;
-    if (const uint32_t rc = refuse_without_context())
-        return rc;
+    if (pgbl_ptr == nullptr)
+        return refuse_null("pgbl_ptr");
     const NpRange nps = nps_of(*record);
     for (int32_t place = nps.first; place <= nps.last; ++place) {
         const auto np = static_cast<uint32_t>(place);
