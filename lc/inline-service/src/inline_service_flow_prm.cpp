@@ -50,11 +50,11 @@ uint32_t counter_of(const flow_record &record, uint32_t np)
 }
 
 // 0 with a context and its root.
-uint32_t refuse_without_context()
+uint32_t refuse_without_context(const char *function)
 {
     if (pgbl_ptr == nullptr)
-        return refuse_null("pgbl_ptr");
-    return pgbl_ptr->shadow_db == nullptr ? refuse_null("pgbl_ptr->shadow_db") : 0;
+        return refuse_null("pgbl_ptr", function);
+    return pgbl_ptr->shadow_db == nullptr ? refuse_null("pgbl_ptr->shadow_db", function) : 0;
 }
 
 // --- the two ways to come by counters ---------------------------------------------------------
@@ -251,11 +251,11 @@ private:
 };
 
 uint32_t update_flow(const CounterSource &counters, uint32_t action, flow_record *record,
-                     uint32_t policer)
+                     uint32_t policer, const char *function = __builtin_FUNCTION())
 {
     if (record == nullptr)
-        return refuse_null("record");
-    if (const uint32_t rc = refuse_without_context())
+        return refuse_null("record", function);
+    if (const uint32_t rc = refuse_without_context(function))
         return rc;
     if (!has_fitting_lengths(*record)) {
         static constexpr char text[] = "flow too long: key %d result %d";
