@@ -12,6 +12,8 @@
 #include "inline_service_attributes.h"
 #include "inline_service_cmdlist.h"
 #include "inline_service_context.h"
+#include "inline_service_flowdb.h"
+#include "inline_service_hash.h"
 #include "inline_service_prm.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_stat.h"
@@ -422,6 +424,56 @@ TEST(Records, ACommandsInputIs84Bytes)
     expected.u32(0, 0x01020304).u32(4, 0x05060708).fill(8, 32, 0xAA).u8(40, 0x09);
     expected.fill(41, 36, 0xBB).u8(77, 0x0A).fill(78, 6, 0xCC);
     EXPECT_EQ(bytes_of(input), expected.bytes());
+}
+
+TEST(Records, AHashTablesHeaderIs56Bytes)
+{
+    in_hash_table table = {};
+    table.num_buckets = 0x01020304;
+    table.hash = pointer<in_hash_fn>(0x11);
+    table.match = pointer<in_hash_match_fn>(0x22);
+    table.scan_callback = pointer<in_hash_scan_fn>(0x33);
+    table.scan_period = 0x05060708;
+    table.scan_batch = 0x090A0B0C;
+    table.scan_interval = 0x0D0E0F10;
+    table.scan_cursor = 0x11121314;
+    table.count = 0x15161718;
+
+    Bytes expected(56);
+    expected.u32(0, 0x01020304).u64(8, 0x11).u64(16, 0x22).u64(24, 0x33).u32(32, 0x05060708);
+    expected.u32(36, 0x090A0B0C).u32(40, 0x0D0E0F10).u32(44, 0x11121314).u32(48, 0x15161718);
+    EXPECT_EQ(bytes_of(table), expected.bytes());
+}
+
+TEST(Records, AFlowIs304Bytes)
+{
+    flow_record record = {};
+    record.next = pointer<flow_record *>(0x7EA000001122);
+    record.flow_key = 0x0102030405060708;
+    record.reserved_16 = 0x090A0B0C;
+    record.state = 0x0D0E0F10;
+    memset(record.key, 0xAA, sizeof record.key);
+    record.key_len = 0x11;
+    memset(record.result, 0xBB, sizeof record.result);
+    record.result_len = 0x12;
+    memset(record.reserved_94, 0xCC, sizeof record.reserved_94);
+    record.flags = 0x13141516;
+    record.np = 0x17;
+    memset(record.user_data, 0xDD, sizeof record.user_data);
+    for (uint32_t np = 0; np < 8; ++np) {
+        record.counter[np] = 0xC00000 + np;
+        record.drop_counter[np] = 0xD00000 + np;
+    }
+    record.reserved_300 = 0x18191A1B;
+
+    Bytes expected(304);
+    expected.u64(0, 0x7EA000001122).u64(8, 0x0102030405060708).u32(16, 0x090A0B0C);
+    expected.u32(20, 0x0D0E0F10).fill(24, 32, 0xAA).u8(56, 0x11).fill(57, 36, 0xBB).u8(93, 0x12);
+    expected.fill(94, 6, 0xCC).u32(100, 0x13141516).u8(104, 0x17).fill(105, 131, 0xDD);
+    for (uint32_t np = 0; np < 8; ++np)
+        expected.u32(236 + 4 * np, 0xC00000 + np).u32(268 + 4 * np, 0xD00000 + np);
+    expected.u32(300, 0x18191A1B);
+    EXPECT_EQ(bytes_of(record), expected.bytes());
 }
 
 TEST(Records, AVserviceMessagesHeadIs16Bytes)
