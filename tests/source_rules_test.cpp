@@ -145,8 +145,9 @@ const std::set<std::string> standard_headers = {
     // of the language
     "algorithm", "array", "atomic", "bit", "cerrno", "charconv", "climits", "compare", "concepts",
     "cstdarg", "cstddef", "cstdint", "cstdio", "cstdlib", "cstring", "ctime", "functional",
-    "initializer_list", "iterator", "limits", "new", "span", "string_view", "tuple", "type_traits",
-    "utility", "stdbool.h", "stddef.h", "stdint.h", "stdio.h", "stdlib.h", "string.h", "time.h",
+    "initializer_list", "iterator", "limits", "new", "optional", "span", "string_view", "tuple",
+    "type_traits", "utility", "stdbool.h", "stddef.h", "stdint.h", "stdio.h", "stdlib.h",
+    "string.h", "time.h",
     // of POSIX
     "fcntl.h", "sys/stat.h", "sys/types.h", "sys/uio.h", "unistd.h",
     // of the machine
