@@ -152,8 +152,11 @@ uint32_t DataPlane::np_of(const FiveTuple &tuple) const noexcept
 DataPlane::FlowFate DataPlane::meet_flow(Np &np, NpTotals &totals, const CapturedPacket &packet,
                                          const FlowMiss &seen) noexcept
 {
-    const flow_layout::Key key = flow_key(seen.tuple);
     NpTable &table = np.table(TableKind::flow);
+    if (table.size() == 0 && !flow_miss_) {
+        return FlowFate::missed;
+    }
+    const flow_layout::Key key = flow_key(seen.tuple);
     const TableRow *row = table.find(key);
     if (row == nullptr && flow_miss_) {
         flow_miss_(seen);

@@ -12,10 +12,22 @@
 namespace tshark_oracle {
 namespace {
 
-enum Column { protocols, length, destination, protocol, tcp_port, udp_port, columns };
+enum Column {
+    protocols,
+    length,
+    destination,
+    protocol,
+    tcp_port,
+    udp_port,
+    source,
+    tcp_source_port,
+    udp_source_port,
+    columns
+};
 constexpr const char *command = "tshark -n -o ip.defragment:FALSE -T fields -E occurrence=f "
                                 "-e frame.protocols -e frame.len -e ip.dst -e ip.proto "
-                                "-e tcp.dstport -e udp.dstport -r ";
+                                "-e tcp.dstport -e udp.dstport "
+                                "-e ip.src -e tcp.srcport -e udp.srcport -r ";
 
 std::vector<std::string> split(const std::string &line, char separator)
 {
@@ -61,11 +73,16 @@ Frame frame_of(const std::string &line)
     if (!fields[protocol].empty()) {
         frame.protocol = static_cast<uint8_t>(std::stoul(fields[protocol]));
     }
-    const bool is_tcp = frame.protocol == 6;
-    const std::string &port = fields[is_tcp ? tcp_port : udp_port];
-    if ((is_tcp || frame.protocol == 17) && !port.empty()) {
-        frame.port = static_cast<uint16_t>(std::stoul(port));
+    if (inet_pton(AF_INET, fields[source].c_str(), &address) == 1) {
+        frame.source = ntohl(address.s_addr);
     }
+    const bool is_tcp = frame.protocol == 6;
+    const auto port_in = [&](const std::string &field) {
+        const bool has_ports = is_tcp || frame.protocol == 17;
+        return static_cast<uint16_t>(has_ports && !field.empty() ? std::stoul(field) : 0);
+    };
+    frame.port = port_in(fields[is_tcp ? tcp_port : udp_port]);
+    frame.source_port = port_in(fields[is_tcp ? tcp_source_port : udp_source_port]);
     return frame;
 }
 

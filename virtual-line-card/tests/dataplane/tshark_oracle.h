@@ -14,7 +14,9 @@ struct Frame {
     uint32_t wire_length = 0;
     std::optional<uint32_t> destination; // of the first IPv4 header, where its options let it stand
     uint8_t protocol = 0;
-    uint16_t port = 0; // of TCP and UDP
+    uint16_t port = 0; // the destination's, of TCP and UDP
+    uint32_t source = 0;
+    uint16_t source_port = 0;
 
     // Whether IPv4 stands behind nothing but the link header, tags and LLC.
     bool is_direct_ipv4() const;

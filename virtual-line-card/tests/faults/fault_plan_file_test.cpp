@@ -175,6 +175,18 @@ TEST_F(FaultPlanFiles, AnUnknownFieldIsRefusedWithTheNearestName)
     EXPECT_EQ(told("[[rules]]\n"), "1:3: 'rules' is not known; the nearest known name is 'rule'");
 }
 
+TEST_F(FaultPlanFiles, TheFlowTableHasItsWord)
+{
+    const FaultPlan plan =
+        load("[[rule]]\nservice = 'prm_srh_*_add'\ntable = 'flow'\naction = 'lose'\n");
+    EXPECT_EQ(plan.rules.at(0).table, TableKind::flow);
+    EXPECT_EQ(service_text(plan.rules[0]), "prm_srh_*_add table flow");
+    EXPECT_EQ(told_of("prm_srh_flow_db_add", "table = 'ext_conf'\naction = 'lose'"),
+              "3:9: 'prm_srh_flow_db_add' goes to the table 'flow'");
+    EXPECT_EQ(told_of("prm_stats_cl_alloc", "np = 1\naction = 'return'\ncode = 1"),
+              "3:6: 'prm_stats_cl_alloc' has no NP");
+}
+
 TEST_F(FaultPlanFiles, AnUnknownWordIsRefusedWithTheNearestName)
 {
     EXPECT_EQ(told_of(add, "action = 'loose'"),

@@ -42,9 +42,10 @@ protected:
     {
         auto record = make_record(np, table, operation, key);
         using Service = uint32_t (*)(void *, prm_config_record *);
-        constexpr Service services[2][3] = {
+        constexpr Service services[vlc::table_kinds][3] = {
             {prm_srh_service_config_add, prm_srh_service_config_mod, prm_srh_service_config_del},
-            {prm_srh_ext_service_db_add, prm_srh_ext_service_db_mod, prm_srh_ext_service_db_del}};
+            {prm_srh_ext_service_db_add, prm_srh_ext_service_db_mod, prm_srh_ext_service_db_del},
+            {prm_srh_flow_db_add, prm_srh_flow_db_mod, prm_srh_flow_db_del}};
         return services[static_cast<size_t>(table)][operation](handle(), &record);
     }
     // All twelve: two NPs, two tables, three operations.
@@ -276,6 +277,45 @@ TEST_F(FaultPlans, ARuleIsNarrowedByNpTableAndOperation)
     EXPECT_EQ(matched(1), 6u);
     EXPECT_EQ(matched(2), 4u);
     EXPECT_EQ(matched(3), 1u);
+}
+
+TEST_F(FaultPlans, ARequestForAFlowIsNoneForTheTableWhoseNumberItCarries)
+{
+    play({{.service = "prm_*", .table = TableKind::flow, .action = FaultAction::twice},
+          {.service = "prm_*", .table = TableKind::ext_conf, .action = FaultAction::twice},
+          {.service = "prm_srh_flow_db_add", .action = FaultAction::table_full, .nth = 2}});
+    EXPECT_EQ(request(1, TableKind::flow, PRM_OP_ADD, "a"), 0u);
+    EXPECT_EQ(matched(0), 1u);
+    EXPECT_EQ(matched(1), 0u);
+    EXPECT_EQ(request(1, TableKind::flow, PRM_OP_ADD, "b"), 0u);
+    EXPECT_EQ(card().nps()[1].table(TableKind::flow).size(), 2u) << "the first rule decides";
+    EXPECT_EQ(request(1, TableKind::ext_conf, PRM_OP_ADD, "a"), 0u);
+    EXPECT_EQ(matched(1), 1u);
+}
+
+TEST_F(FaultPlans, AFlowTableCanBeFull)
+{
+    play({{.service = "prm_srh_flow_db_add", .action = FaultAction::table_full}});
+    EXPECT_EQ(request(1, TableKind::flow, PRM_OP_ADD, "a"), 0u);
+    events().run_until_idle();
+    ASSERT_EQ(card_test::heard().answers.size(), 1u);
+    EXPECT_EQ(card_test::heard().answers[0].status, uint32_t{vlc::prm_table_full});
+    EXPECT_EQ(card().nps()[1].table(TableKind::flow).size(), 0u);
+}
+
+TEST_F(FaultPlans, DynamicCountersCanBeRefusedAndPrmCanRestartBehindThem)
+{
+    play({{.service = "prm_stats_cl_alloc", .code = 5, .nth = 1},
+          {.service = "prm_stats_cl_free", .action = FaultAction::restart, .keep_tables = false}});
+    uint32_t one = 1;
+    uint32_t counter = 0;
+    const uint32_t table = *plm_dpss_get_stats_tbl_id(0);
+    EXPECT_EQ(prm_stats_cl_alloc(nullptr, table, 27, 2, &one, &counter), 5u);
+    EXPECT_EQ(prm_stats_cl_alloc(nullptr, table, 27, 2, &one, &counter), 0u);
+    EXPECT_EQ(request(0, TableKind::flow, PRM_OP_ADD, "a"), 0u);
+    EXPECT_EQ(prm_stats_cl_free(nullptr, table, counter), 0u);
+    EXPECT_EQ(card().nps()[0].table(TableKind::flow).size(), 0u);
+    EXPECT_EQ(card().nps()[0].dynamic_counters().in_use(), 0u);
 }
 
 TEST_F(FaultPlans, TheHostsSideIsNarrowedAsTheCards)

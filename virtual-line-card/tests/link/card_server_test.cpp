@@ -1,10 +1,6 @@
 // The card's end of the socket against peers of every kind: what they get, and that the card and
 // its other peers go on.
-#include <poll.h>
-
-#include <array>
-
-#include "card_link.h"
+#include "raw_peer.h"
 #include "test_card.h"
 #include "vlc/card_access.h"
 #include "vlc/state_error.h"
@@ -12,70 +8,7 @@
 namespace {
 
 using namespace vlc;
-
-// A peer that may send anything.
-class RawPeer {
-public:
-    explicit RawPeer(const std::filesystem::path &path) : socket_(UnixSocket::connect(path))
-    {
-        EXPECT_TRUE(socket_.is_open());
-    }
-    void send(const Payload &bytes)
-    {
-        size_t sent = 0;
-        while (sent < bytes.size()) {
-            const ssize_t now = socket_.send_some(std::span(bytes).subspan(sent));
-            if (now < 0)
-                return; // the card has ended it
-            sent += static_cast<size_t>(now);
-            if (now == 0)
-                socket_.wait(POLLOUT, std::chrono::seconds(1));
-        }
-    }
-    void send(FrameKind kind, const Payload &payload)
-    {
-        Payload bytes;
-        append_frame(bytes, kind, ++sequence_, payload);
-        send(bytes);
-    }
-    void greet(PeerRole role)
-    {
-        WireWriter greeting;
-        put_greeting(greeting);
-        send(FrameKind::hello, greeting.number(static_cast<uint8_t>(role)).take());
-    }
-    // Nothing when the card ended the connection.
-    std::optional<Frame> receive()
-    {
-        std::array<uint8_t, 4096> piece;
-        for (;;) {
-            if (std::optional<Frame> frame = assembler_.next())
-                return frame;
-            if (!socket_.wait(POLLIN, std::chrono::seconds(10))) {
-                ADD_FAILURE() << "the card says nothing";
-                return std::nullopt;
-            }
-            const ssize_t got = socket_.receive_some(piece);
-            if (got < 0)
-                return std::nullopt;
-            assembler_.feed(std::span(piece).first(static_cast<size_t>(got)));
-        }
-    }
-    std::string refusal()
-    {
-        const std::optional<Frame> frame = receive();
-        if (!frame || frame->kind != FrameKind::refusal)
-            return "no refusal";
-        WireReader reader(frame->payload);
-        return reader.text();
-    }
-    void close() { socket_.close(); }
-
-private:
-    UnixSocket socket_;
-    FrameAssembler assembler_;
-    uint32_t sequence_ = 0;
-};
+using card_test::RawPeer;
 
 // A host at work on its card, beside which the peers come.
 class CardServers : public card_test::ClientTest {

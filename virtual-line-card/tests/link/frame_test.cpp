@@ -129,6 +129,8 @@ TEST(Messages, ACardsConfigurationArrivesAsItWas)
     card.num_nps = 8;
     card.service_config_capacity = 11;
     card.ext_conf_capacity = 12;
+    card.flow_capacity = 13;
+    card.dynamic_counters = 14;
     card.window_bytes = uint64_t{5} << 32;
     const CardConfig read = read_back(card);
     EXPECT_EQ(read.name, "lab");
@@ -137,6 +139,8 @@ TEST(Messages, ACardsConfigurationArrivesAsItWas)
     EXPECT_EQ(read.num_nps, 8u);
     EXPECT_EQ(read.service_config_capacity, 11u);
     EXPECT_EQ(read.ext_conf_capacity, 12u);
+    EXPECT_EQ(read.flow_capacity, 13u);
+    EXPECT_EQ(read.dynamic_counters, 14u);
     EXPECT_EQ(read.window_bytes, uint64_t{5} << 32);
 }
 
@@ -216,6 +220,9 @@ TEST(Messages, TotalsArriveWithThoseOfEveryNp)
     totals.nps.resize(2);
     totals.nps[1].hits[1] = 9;
     totals.nps[1].uncounted_hits = 10;
+    totals.nps[1].hits[2] = 11;
+    totals.nps[1].policed_packets = 12;
+    totals.nps[1].policed_bytes = 13;
     const DataPlaneTotals read = read_back(totals);
     EXPECT_EQ(read.packets, 1u);
     EXPECT_EQ(read.missed_bytes, uint64_t{1} << 40);
@@ -223,6 +230,9 @@ TEST(Messages, TotalsArriveWithThoseOfEveryNp)
     ASSERT_EQ(read.nps.size(), 2u);
     EXPECT_EQ(read.nps[1].hits[1], 9u);
     EXPECT_EQ(read.nps[1].uncounted_hits, 10u);
+    EXPECT_EQ(read.nps[1].hits[2], 11u);
+    EXPECT_EQ(read.nps[1].policed_packets, 12u);
+    EXPECT_EQ(read.nps[1].policed_bytes, 13u);
 }
 
 TEST(Messages, TotalsOfMoreNpsThanACardHasAreRefused)
@@ -244,6 +254,46 @@ TEST(Messages, APacketArrivesAsItWas)
     EXPECT_EQ(read.link, LinkType::linux_sll);
     EXPECT_EQ(read.wire_length, 1500u);
     EXPECT_EQ(read.nanoseconds, -5);
+}
+
+TEST(Messages, AMissArrivesAsItWas)
+{
+    const FlowMiss miss{{0x0A000001, 0x0A000002, 0x1234, 0x5678, 17}, 7, 1500, -5};
+    const FlowMiss read = read_back(miss);
+    EXPECT_EQ(read.tuple, miss.tuple);
+    EXPECT_EQ(read.np, 7u);
+    EXPECT_EQ(read.wire_length, 1500u);
+    EXPECT_EQ(read.nanoseconds, -5);
+}
+
+TEST(Messages, AFlowsActivityAndARunOfCountersArriveAsTheyWere)
+{
+    const FlowActivity activity{{3, uint64_t{1} << 40}, -9};
+    EXPECT_EQ(read_back(activity), activity);
+    const CounterRun read = read_back(CounterRun{0x1000100, 2, {{1, 2}, {3, 4}}});
+    EXPECT_EQ(read.first, 0x1000100u);
+    EXPECT_EQ(read.length, 2u);
+    EXPECT_EQ(read.counts[0], (PacketCount{1, 2}));
+    EXPECT_EQ(read.counts[1], (PacketCount{3, 4}));
+}
+
+TEST(Messages, ARunOfCountersThatIsLongerThanOneCanBeIsRefused)
+{
+    for (const uint32_t length : {0u, 3u, UINT32_MAX}) {
+        const Payload bytes = sent(CounterRun{0x1000100, length, {}});
+        WireReader reader(bytes);
+        CounterRun run;
+        get(reader, run);
+        EXPECT_FALSE(reader.fits()) << length;
+    }
+}
+
+TEST(Messages, WhatAHostWishesToHearOfPacketsArrivesAsItWas)
+{
+    const PacketWishes read = read_back(PacketWishes{.output = false, .flow_misses = true});
+    EXPECT_FALSE(read.output);
+    EXPECT_TRUE(read.flow_misses);
+    EXPECT_TRUE(read_back(PacketWishes{.output = true, .flow_misses = false}).output);
 }
 
 TEST(Messages, AGreetingOfAnotherVersionIsToldWithBoth)

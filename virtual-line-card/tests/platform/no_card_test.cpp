@@ -3,6 +3,7 @@
 
 #include "platform_card.h"
 #include "platform_event_debug.h"
+#include "platform_flow.h"
 #include "platform_interfaces.h"
 #include "platform_list.h"
 #include "platform_shared_window.h"
@@ -73,6 +74,9 @@ TEST(WithoutACard, RequestsAreRefused)
     EXPECT_NE(0u, prm_srh_ext_service_db_add(some_handle, &record));
     EXPECT_NE(0u, prm_srh_ext_service_db_mod(some_handle, &record));
     EXPECT_NE(0u, prm_srh_ext_service_db_del(some_handle, &record));
+    EXPECT_NE(0u, prm_srh_flow_db_add(some_handle, &record));
+    EXPECT_NE(0u, prm_srh_flow_db_mod(some_handle, &record));
+    EXPECT_NE(0u, prm_srh_flow_db_del(some_handle, &record));
 }
 
 TEST(WithoutACard, ThereAreNoCounters)
@@ -82,6 +86,14 @@ TEST(WithoutACard, ThereAreNoCounters)
     EXPECT_EQ(0u, prm_stats_cl_get_stateless_double_start());
     EXPECT_EQ(0u, prm_stats_cl_get_stateless_double_size());
     EXPECT_NE(0u, prm_stats_cl_read(nullptr, 0xC00000, 0, &mode, nullptr, nullptr, 0));
+    uint32_t one = 1;
+    uint32_t counter = 77;
+    EXPECT_EQ(nullptr, plm_dpss_get_stats_tbl_id(0));
+    EXPECT_NE(0u, prm_stats_cl_alloc(nullptr, 0x5701, 27, 2, &one, &counter));
+    EXPECT_NE(0u, prm_stats_cl_free(nullptr, 0x5701, 0));
+    EXPECT_EQ(77u, counter);
+    void *record = &one;
+    dpss_flow_scan_callback(&record, 1); // goes nowhere
 }
 
 TEST(WithoutACard, ListsAndEventDebugWorkAsEver)

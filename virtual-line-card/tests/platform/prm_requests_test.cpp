@@ -26,6 +26,9 @@ constexpr Row services[] = {
     {prm_srh_ext_service_db_add, TableKind::ext_conf, PRM_OP_ADD},
     {prm_srh_ext_service_db_mod, TableKind::ext_conf, PRM_OP_MODIFY},
     {prm_srh_ext_service_db_del, TableKind::ext_conf, PRM_OP_DELETE},
+    {prm_srh_flow_db_add, TableKind::flow, PRM_OP_ADD},
+    {prm_srh_flow_db_mod, TableKind::flow, PRM_OP_MODIFY},
+    {prm_srh_flow_db_del, TableKind::flow, PRM_OP_DELETE},
 };
 
 class PrmRequests : public card_test::InEachDeployment<card_test::ClientTest> {
@@ -207,24 +210,97 @@ TEST_P(PrmRequests, ABrokenConnectionTakesNothingIn)
 
 TEST_P(PrmRequests, RestartAndResetLoseTheTablesThatAreNotKept)
 {
-    const auto both_are = [this](const char *what) {
+    const auto all_are = [this](const char *what) {
         EXPECT_EQ(what, stored(0, TableKind::service_config, "key"));
         EXPECT_EQ(what, stored(1, TableKind::ext_conf, "key"));
+        EXPECT_EQ(what, stored(0, TableKind::flow, "key"));
     };
-    const auto add_both = [this] {
+    const auto add_all = [this] {
         send(0, TableKind::service_config, PRM_OP_ADD, "key");
         send(1, TableKind::ext_conf, PRM_OP_ADD, "key");
+        send(0, TableKind::flow, PRM_OP_ADD, "key");
     };
-    add_both();
+    add_all();
     prm().restart(true);
-    both_are("result");
+    all_are("result");
     prm().restart(false);
-    both_are("-");
-    add_both();
+    all_are("-");
+    add_all();
     prm().np_warm_boot();
-    both_are("result");
+    all_are("result");
     prm().np_reset();
-    both_are("-");
+    all_are("-");
+}
+
+TEST_P(PrmRequests, AFlowIsInATableOfItsOwnThoughItsRequestsHaveTheExtConfTablesNumber)
+{
+    send(0, TableKind::ext_conf, PRM_OP_ADD, "key", "entry");
+    EXPECT_EQ(0u, send(0, TableKind::flow, PRM_OP_ADD, "key", "flow"));
+    EXPECT_EQ("flow", stored(0, TableKind::flow, "key"));
+    EXPECT_EQ("entry", stored(0, TableKind::ext_conf, "key"));
+    EXPECT_EQ("-", stored(1, TableKind::flow, "key"));
+    EXPECT_EQ(0u, send(0, TableKind::flow, PRM_OP_MODIFY, "key", "other"));
+    EXPECT_EQ("other", stored(0, TableKind::flow, "key"));
+    EXPECT_EQ(0u, send(0, TableKind::flow, PRM_OP_DELETE, "key"));
+    EXPECT_EQ("-", stored(0, TableKind::flow, "key"));
+    EXPECT_EQ("entry", stored(0, TableKind::ext_conf, "key"));
+}
+
+TEST_P(PrmRequests, TheAnswerToAFlowSaysSoInItsFlags)
+{
+    send(0, TableKind::ext_conf, PRM_OP_ADD, "key");
+    send(0, TableKind::flow, PRM_OP_ADD, "key");
+    send(0, TableKind::flow, PRM_OP_ADD, "key");
+    ASSERT_EQ((std::vector<uint32_t>{0, 0, vlc::prm_duplicate_key}), statuses());
+    std::vector<TableKind> tables;
+    for (const prm_async_response &answer : heard().answers) {
+        EXPECT_EQ(1u, answer.refnum);
+        tables.push_back(*vlc::table_of_answer(answer.refnum, answer.flags));
+    }
+    EXPECT_EQ((std::vector{TableKind::ext_conf, TableKind::flow, TableKind::flow}), tables);
+    EXPECT_EQ(0u, heard().answers[0].flags);
+}
+
+TEST_P(PrmRequests, AFlowTableThatIsFullSaysSoAndTakesModifies)
+{
+    for (int i = 0; i < 9; i++)
+        EXPECT_EQ(0u, send(0, TableKind::flow, PRM_OP_ADD, std::to_string(i)));
+    EXPECT_EQ(0u, send(0, TableKind::flow, PRM_OP_MODIFY, "0", "other"));
+    EXPECT_EQ(0u, send(0, TableKind::flow, PRM_OP_DELETE, "8"));
+    const std::vector<uint32_t> all = statuses();
+    ASSERT_EQ(11u, all.size());
+    EXPECT_EQ(uint32_t{vlc::prm_table_full}, all[8]);
+    EXPECT_EQ(0u, all[9]);
+    EXPECT_EQ(uint32_t{vlc::prm_key_not_found}, all[10]);
+}
+
+TEST_P(PrmRequests, TheLedgerTellsAFlowFromAnEntryWithItsKey)
+{
+    send(0, TableKind::ext_conf, PRM_OP_ADD, "key");
+    send(0, TableKind::flow, PRM_OP_ADD, "key");
+    EXPECT_EQ(2u, card().ledger().sums().unanswered);
+    EXPECT_EQ(1u, card().ledger().sums().requests[1][PRM_OP_ADD]);
+    EXPECT_EQ(1u, card().ledger().sums().requests[2][PRM_OP_ADD]);
+    vlc::StoredAnswer of_entry{};
+    of_entry.refnum = 1;
+    of_entry.key_len = 3;
+    std::copy_n("key", 3, of_entry.key);
+    prm().queue_answer(number(), of_entry); // a second one for the entry
+    events().run_until_idle();
+    EXPECT_EQ(0u, card().ledger().sums().unanswered);
+    EXPECT_EQ(1u, card().ledger().sums().unasked);
+}
+
+TEST(TablesOfAnswers, AreThoseOfTheReferenceNumberAndTheFlags)
+{
+    using vlc::table_of_answer;
+    EXPECT_EQ(table_of_answer(0x200, 0), TableKind::service_config);
+    EXPECT_EQ(table_of_answer(0x200, PRM_ANSWER_OF_FLOW_TABLE), TableKind::service_config);
+    EXPECT_EQ(table_of_answer(0x101, 0), TableKind::ext_conf);
+    EXPECT_EQ(table_of_answer(0x101, 0xF), TableKind::ext_conf);
+    EXPECT_EQ(table_of_answer(0x101, PRM_ANSWER_OF_FLOW_TABLE | 1), TableKind::flow);
+    EXPECT_EQ(table_of_answer(2, PRM_ANSWER_OF_FLOW_TABLE), std::nullopt);
+    EXPECT_EQ(table_of_answer(PRM_REFNUM_DELAY_QUEUE, 0), std::nullopt);
 }
 
 // Files cannot grow any more, as on a full disk.

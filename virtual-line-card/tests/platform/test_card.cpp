@@ -171,7 +171,9 @@ prm_config_record make_record(uint32_t np, vlc::TableKind table, uint32_t operat
     prm_config_record record{};
     record.np = np;
     record.kind = PRM_RECORD_KIND;
-    record.refnum = operation << PRM_REFNUM_OP_SHIFT | static_cast<uint32_t>(table);
+    const uint32_t number =
+        table == vlc::TableKind::service_config ? PRM_TABLE_SERVICE_CONFIG : PRM_TABLE_EXT_CONF;
+    record.refnum = operation << PRM_REFNUM_OP_SHIFT | number;
     record.key_len = static_cast<uint32_t>(key.size());
     std::memcpy(record.key, key.data(), std::min<size_t>(key.size(), PRM_KEY_BYTES));
     record.result_len = static_cast<uint32_t>(result.size());

@@ -44,13 +44,16 @@ TEST_F(CardFiles, EveryKeyIsTaken)
 {
     const CardConfig config = load("[card]\nname = 'mine'\ntype = 0xFFFFFFFF\nslot = 65535\n"
                                    "[nps]\ncount = 8\nservice_config_rows = 1048576\n"
-                                   "ext_conf_rows = 1\n[window]\nmebibytes = 4096\n");
+                                   "ext_conf_rows = 1\nflow_rows = 1000000\n"
+                                   "dynamic_counters = 2000000\n[window]\nmebibytes = 4096\n");
     EXPECT_EQ(config.name, "mine");
     EXPECT_EQ(config.card_type, 0xFFFFFFFFU);
     EXPECT_EQ(config.slot, 65535U);
     EXPECT_EQ(config.num_nps, 8U);
     EXPECT_EQ(config.service_config_capacity, 1048576U);
     EXPECT_EQ(config.ext_conf_capacity, 1U);
+    EXPECT_EQ(config.flow_capacity, 1000000U);
+    EXPECT_EQ(config.dynamic_counters, 2000000U);
     EXPECT_EQ(config.window_bytes, uint64_t{4096} << 20);
 }
 
@@ -60,6 +63,9 @@ TEST_F(CardFiles, ANumberOutOfRangeIsRefusedWithItsPlaceAndTheRange)
     EXPECT_EQ(told("[nps]\ncount = 0"), "2:9: 'nps.count' is 0, and must be 1 to 8");
     EXPECT_EQ(told("[nps]\next_conf_rows = 1048577"),
               "2:17: 'nps.ext_conf_rows' is 1048577, and must be 1 to 1048576");
+    EXPECT_EQ(told("[nps]\nflow_rows = 0"), "2:13: 'nps.flow_rows' is 0, and must be 1 to 1048576");
+    EXPECT_EQ(told("[nps]\ndynamic_counters = 4194305"),
+              "2:20: 'nps.dynamic_counters' is 4194305, and must be 0 to 4194304");
     EXPECT_EQ(told("[window]\n  mebibytes = 4097"),
               "2:15: 'window.mebibytes' is 4097, and must be 1 to 4096");
     EXPECT_EQ(told("[card]\ntype = 0x100000000"),

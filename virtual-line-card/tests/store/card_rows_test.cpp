@@ -210,12 +210,13 @@ TEST(CardTexts, AStateKeepsAllOfItsCard)
 TEST(CardTexts, AMarkerWithoutRowsIsRead)
 {
     TestDirectory top;
-    write_file(top.file("virtual-line-card"),
-               "state of a virtual line card, version 2\n"
-               "holds = 'host'\n\n[card]\nname = 'default'\nslot = 3\ntype = 13762561\n\n"
-               "[nps]\ncount = 2\ndynamic_counters = 16384\next_conf_rows = 8192\nflow_rows = 8192\n"
-               "service_config_rows = 8192\n\n"
-               "[window]\nbytes = 67108864\n");
+    write_file(
+        top.file("virtual-line-card"),
+        "state of a virtual line card, version 2\n"
+        "holds = 'host'\n\n[card]\nname = 'default'\nslot = 3\ntype = 13762561\n\n"
+        "[nps]\ncount = 2\ndynamic_counters = 16384\next_conf_rows = 8192\nflow_rows = 8192\n"
+        "service_config_rows = 8192\n\n"
+        "[window]\nbytes = 67108864\n");
     CardConfig expected;
     expected.slot = 3;
     EXPECT_EQ(stored_card(top.path()), expected);

@@ -73,8 +73,10 @@ void KillSweep::look()
         if (!content.exists) {
             continue;
         }
-        content.bytes.resize(std::min(watched_[i].bytes, static_cast<uint64_t>(found.st_size)));
-        EXPECT_EQ(pread(file, content.bytes.data(), content.bytes.size(), 0),
+        const auto size = static_cast<uint64_t>(found.st_size);
+        const uint64_t from = std::min(watched_[i].from, size);
+        content.bytes.resize(std::min(watched_[i].bytes, size - from));
+        EXPECT_EQ(pread(file, content.bytes.data(), content.bytes.size(), static_cast<off_t>(from)),
                   static_cast<ssize_t>(content.bytes.size()));
         close(file);
     }
@@ -90,8 +92,9 @@ void KillSweep::copy_last_look() const
             continue;
         }
         const int file = open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
-        EXPECT_EQ(pwrite(file, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-        if (watched_[i].bytes == ~uint64_t{0}) {
+        EXPECT_EQ(pwrite(file, bytes.data(), bytes.size(), static_cast<off_t>(watched_[i].from)),
+                  static_cast<ssize_t>(bytes.size()));
+        if (watched_[i].is_whole()) {
             EXPECT_EQ(ftruncate(file, static_cast<off_t>(bytes.size())), 0);
         }
         close(file);

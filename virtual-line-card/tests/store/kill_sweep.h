@@ -32,7 +32,9 @@ public:
 
     struct Watched {
         std::string file;
-        uint64_t bytes = ~uint64_t{0}; // only so many from the start
+        uint64_t bytes = ~uint64_t{0}; // only so many
+        uint64_t from = 0;             // and only from here on
+        bool is_whole() const { return bytes == ~uint64_t{0} && from == 0; }
     };
 
     KillSweep(std::filesystem::path directory, const std::filesystem::path &copy,

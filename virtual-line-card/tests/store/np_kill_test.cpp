@@ -153,6 +153,65 @@ TEST(KilledNps, AtEveryInstructionACounterHasCountedAPacketWithItsBytesOrNot)
     sweep.run(packets * 10 / KillSweep::look_every, packets + 1);
 }
 
+// A flow's row with the cell and the count that belong to it, and its counters.
+TEST(KilledNps, AtEveryInstructionAFlowHasItsOldRowOrTheNewOneAndItsCountersAreTakenOrFree)
+{
+    const CardConfig config = card_of(1, capacity, capacity);
+    constexpr uint32_t rounds = KillSweep::slow ? 6 : 30;
+    TestDirectory original;
+    TestDirectory copy;
+    { // so that the part that is not watched is there
+        const StateDirectory directory(copy.path(), Access::read_write);
+        const NpStore nps(directory, config);
+    }
+    KillSweep sweep(original.path(), copy.path(), {{"np0", ~uint64_t{0}, flows_begin}});
+    std::optional<StateDirectory> directory;
+    std::optional<NpStore> nps;
+    uint32_t run = 0;
+    sweep.prepare = [&] {
+        directory.emplace(original.path(), Access::read_write);
+        nps.emplace(*directory, config);
+        KillSweep::Operations series;
+        const auto flows = [&]() -> NpTable & { return (*nps)[0].table(TableKind::flow); };
+        const auto counters = [&]() -> DynamicCounters & { return (*nps)[0].dynamic_counters(); };
+        for (uint32_t i = 0; i < rounds; ++i) {
+            series.emplace_back([&run, counters] { run = counters().take(2); });
+            series.emplace_back([flows] { flows().add(bytes("key"), bytes("one")); });
+            series.emplace_back([flows] {
+                flows().flow_cell(*flows().find(bytes("key"))).write({.owed = 5, .last_packet = 7});
+            });
+            series.emplace_back([flows] { flows().modify(bytes("key"), bytes("two")); });
+            series.emplace_back([flows] { flows().remove(bytes("key")); });
+            series.emplace_back([&run, counters] { counters().give_back(run); });
+        }
+        return series;
+    };
+    // What stands when so many operations of a round are done.
+    constexpr uint32_t steps = 6;
+    struct Stand {
+        std::string result;
+        uint64_t owed;
+        uint32_t counters;
+        bool operator==(const Stand &) const = default;
+    };
+    const Stand stands[steps] = {{"", 0, 0},    {"", 0, 2},    {"one", 0, 2},
+                                 {"one", 5, 2}, {"two", 5, 2}, {"", 0, 2}};
+    sweep.verify = [&](const StateDirectory &found, uint32_t done) {
+        const NpStore killed(found, config);
+        const NpTable &table = killed[0].table(TableKind::flow);
+        Stand now{"", 0, killed[0].dynamic_counters().in_use()};
+        if (const TableRow *row = table.find(bytes("key"))) {
+            const FlowCell::State cell = table.flow_cell(*row).read();
+            EXPECT_EQ(cell.last_packet, cell.owed == 0 ? 0 : 7) << "half a cell";
+            now.result = text(row->result_span());
+            now.owed = cell.owed;
+        }
+        EXPECT_TRUE(now == stands[done % steps] || now == stands[(done + 1) % steps])
+            << now.result << " " << now.owed << " " << now.counters << " behind " << done % steps;
+    };
+    sweep.run(KillSweep::slow ? 500 : 3000, rounds * steps);
+}
+
 TEST(KilledNps, AtEveryInstructionOfMakingTheirFilesTheyCanBeMadeAgain)
 {
     constexpr uint16_t count = KillSweep::slow ? 1 : 2;
