@@ -1,6 +1,7 @@
 // Numbers and bytes as they travel: little-endian, without padding.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <span>
@@ -18,12 +19,16 @@ public:
     template <typename Number>
     WireWriter &number(Number value)
     {
+        std::array<uint8_t, sizeof(Number)> bytes;
         auto left = static_cast<uint64_t>(value);
-        for (size_t i = 0; i < sizeof(Number); ++i, left >>= 8)
-            payload_.push_back(static_cast<uint8_t>(left));
-        return *this;
+        for (uint8_t &byte : bytes) {
+            byte = static_cast<uint8_t>(left);
+            left >>= 8;
+        }
+        return this->bytes(bytes);
     }
-    WireWriter &bytes(std::span<const uint8_t> bytes)
+    // Not within its callers, where g++ 12 believes that insert() writes too far.
+    [[gnu::noinline]] WireWriter &bytes(std::span<const uint8_t> bytes)
     {
         payload_.insert(payload_.end(), bytes.begin(), bytes.end());
         return *this;
@@ -31,10 +36,7 @@ public:
     WireWriter &text(std::string_view text)
     {
         number(static_cast<uint32_t>(text.size()));
-        // Not by insert(), of which g++ 12 believes in optimised builds that it writes too far.
-        for (const char character : text)
-            payload_.push_back(static_cast<uint8_t>(character));
-        return *this;
+        return bytes({reinterpret_cast<const uint8_t *>(text.data()), text.size()});
     }
     size_t size() const { return payload_.size(); }
     Payload take() { return std::move(payload_); }
