@@ -3,8 +3,8 @@
 #include <cerrno>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <limits>
+#include <sstream>
 #include <system_error>
 
 #include "exit_code.h"
@@ -117,7 +117,9 @@ std::string text_of(const std::filesystem::path &file)
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         throw UsageError(file.string() + ": " + std::generic_category().message(errno));
-    return {std::istreambuf_iterator<char>(stream), {}};
+    std::ostringstream text;
+    text << stream.rdbuf();
+    return std::move(text).str();
 }
 
 } // namespace
