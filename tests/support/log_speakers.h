@@ -8,10 +8,13 @@
 #include <string>
 
 #include "inline_service_app.h"
+#include "inline_service_attributes.h"
+#include "inline_service_cmdlist.h"
 #include "inline_service_context.h"
 #include "inline_service_prm.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_stat.h"
+#include "inline_service_vservice.h"
 #include "service_recorder.h"
 #include "vlc/event_manager.h"
 
@@ -20,7 +23,20 @@ namespace test {
 class LogSpeakers {
 public:
     // The source files by what they are about; each has a stream of its own.
-    enum Source { stat, prm, prm_table, prm_answer, context, shadow_db, app, log, source_count };
+    enum Source {
+        stat,
+        prm,
+        prm_table,
+        prm_answer,
+        context,
+        shadow_db,
+        app,
+        log,
+        attributes,
+        cmdlist,
+        vservice,
+        source_count
+    };
     static constexpr size_t stamp_length = 20;
     static constexpr size_t shortest_stat_message = 46;
 
@@ -31,6 +47,8 @@ public:
         pgbl_ptr = &context_;
         pshadow_db = &root_;
         NUM_LC_NPS = 1;
+        root_.vservice_db = &table_of_vservices_;
+        plm_vservice_init(0, 0, 0, 0);
         services.force("prm_stats_cl_read", 5);
         services.force("shmwin_malloc", 12);
         services.script("prm_stats_err_string", [this](const vlc::ServiceCall &) {
@@ -39,6 +57,8 @@ public:
     }
     ~LogSpeakers()
     {
+        root_.vservice_db = nullptr;
+        plm_vservice_init(0, 0, 0, 0);
         pgbl_ptr = nullptr;
         pshadow_db = nullptr;
         NUM_LC_NPS = 0;
@@ -77,6 +97,20 @@ public:
         case log: // where refusals of null arguments are written
             inline_svc_list_create(nullptr);
             return "list is NULL in inline_svc_list_create";
+        case attributes:
+            inline_api_set_uidb_to_vqi(UIDB_ATTRIBUTES, 0);
+            return "Invalid uidb_index 4096";
+        case cmdlist: {
+            command_input in{};
+            in.key_len = 33;
+            plm_inline_insert_cmd_to_list(0, 0, 0, &in, SHADOW_DB_CREATE, 0, nullptr);
+            return "command too long: key 33 result 0";
+        }
+        case vservice: {
+            const vservice_message of_no_known_type{0, 0, 9, 0};
+            plm_vservice_msg_handler(&of_no_known_type);
+            return "vmsg: type 9 count 0\n";
+        }
         case source_count:
             break;
         }
@@ -100,6 +134,7 @@ private:
     inline_svc_global_cntx context_{};
     ::shadow_db root_{};
     prm_async_response answer_{};
+    vservice_config table_of_vservices_{}; // never used, but there
     std::string text_;
 };
 
