@@ -4,6 +4,9 @@
 #include <map>
 
 #include "inline_service_shadowdb.h"
+#include "inline_service_vservice.h"
+#include "lookup_keys.h"
+#include "scenario_card.h"
 
 namespace test {
 namespace {
@@ -23,6 +26,9 @@ public:
         add({StepKind::register_services});
         add({StepKind::run_app_handler}); // with nothing stored
         create_everything();
+        configure_vservices();
+        set_attributes();
+        add({StepKind::look_up_interfaces});
         add({StepKind::run_app_handler});
         add({StepKind::pass_traffic});
         add({StepKind::collect_statistics});
@@ -32,12 +38,14 @@ public:
         add({StepKind::collect_statistics}); // every read fails
         add({StepKind::prm_comes_up});
         clear_and_refill();
+        configure_vservices_anew();
         empty_a_key();
         add({StepKind::queue_delayed_answer});
         add({StepKind::read_answers});
         add({StepKind::pass_traffic});
         add({StepKind::collect_statistics});
         change_blindly();
+        add({StepKind::look_up_interfaces});
         add({StepKind::read_answers});
         add({StepKind::reset_window});
         return std::move(steps_);
@@ -164,6 +172,49 @@ private:
             remove(step, ids_of_[emptied_key].back());
     }
 
+    void configure(VserviceRequest vservice)
+    {
+        Step step;
+        step.kind = StepKind::configure_vservice;
+        step.vservice = vservice;
+        if (vservice.index < VSERVICES)
+            step.key = lookup_keys::shadow_key_of_vservice(vservice.index);
+        add(step);
+    }
+
+    // Of every kind of user, the local one, one that is not supported and one that cannot be.
+    void configure_vservices()
+    {
+        configure({.index = 1, .encap = 1, .user = 1, .destination = 0x0A000001});
+        configure({.index = 2, .encap = 4, .user = 2, .destination = 0x0A000002});
+        configure({.index = 3, .encap = 2, .user = 1, .destination = 0x0A000003});
+        configure({.index = 4, .encap = 1, .user = 4, .destination = 0x0A000004});
+        configure({.index = 255, .encap = 1, .user = 3, .destination = 0x0A0000FF});
+        configure({.index = 256, .encap = 1, .user = 1, .destination = 0x0A000100});
+    }
+
+    void configure_vservices_anew()
+    {
+        configure({.index = 1, .encap = 1, .user = 2, .destination = 0x0A000101});
+        configure({.index = 3, .encap = 4, .user = 1, .destination = 0x0A000103});
+        configure({.index = 4, .encap = 3, .user = 4, .destination = 0x0A000104}); // stays as it is
+        configure({.index = 2});
+        configure({.index = 256});
+    }
+
+    void set_attributes()
+    {
+        for (const AttributeRequest &attributes :
+             {AttributeRequest{40, 2, 7, slot_with_endpoint, 0xC0000201},
+              AttributeRequest{41, 3, 8, other_slot, 0}, AttributeRequest{4095, 4, 0, 0, 0},
+              AttributeRequest{4096, 1, 1, 1, 0}}) {
+            Step step;
+            step.kind = StepKind::set_attributes;
+            step.attributes = attributes;
+            add(step);
+        }
+    }
+
     // By a service that does not look whether its entries are still there.
     void change_blindly()
     {
@@ -200,6 +251,12 @@ const char *words_of(StepKind kind)
         return "pass traffic";
     case StepKind::collect_statistics:
         return "collect statistics";
+    case StepKind::configure_vservice:
+        return "configure a virtual service";
+    case StepKind::set_attributes:
+        return "set attributes";
+    case StepKind::look_up_interfaces:
+        return "look interfaces up";
     case StepKind::read_answers:
         return "read answers";
     case StepKind::queue_delayed_answer:
@@ -231,6 +288,8 @@ std::string describe(const Step &step, size_t number)
         std::snprintf(key, sizeof key, "0x%03X", static_cast<unsigned>(step.key));
         text += std::string(" for key ") + key;
     }
+    if (step.kind == StepKind::configure_vservice)
+        text += " " + std::to_string(step.vservice.index);
     return text;
 }
 

@@ -19,7 +19,10 @@ enum class StepKind {
     run_app_handler, // the library's own driver; its batch is looked at and thrown away
     pass_traffic,    // every NP counts packets on many counters, in use or not
     collect_statistics,
-    read_answers, // time passes, and the event manager runs
+    configure_vservice, // a message of one record, or of one index to delete
+    set_attributes,     // of an interface, which are then read, and the endpoint of its slot
+    look_up_interfaces, // at the interface manager and the table of VRFs
+    read_answers,       // time passes, and the event manager runs
     queue_delayed_answer,
     prm_goes_down,
     prm_comes_up,
@@ -38,12 +41,30 @@ struct EntryRequest {
 // What a service does about an entry that it wants to change and that is not stored.
 enum class Missing { is_left_out, is_named_by_null };
 
+// What a virtual service is to be.
+struct VserviceRequest {
+    uint32_t index = 0;
+    uint32_t encap = 0; // 0: it is deleted
+    uint32_t user = 0;
+    uint32_t destination = 0;
+};
+
+struct AttributeRequest {
+    uint16_t uidb = 0;
+    uint32_t app_type = 0;
+    uint16_t app_ID = 0;
+    uint16_t slot = 0;
+    uint32_t infra_ip = 0;
+};
+
 struct Step {
     StepKind kind = StepKind::read_answers;
     uint16_t key = 0;
     uint32_t version = 0;
     Missing missing = Missing::is_left_out;
     std::vector<EntryRequest> requests = {};
+    VserviceRequest vservice = {};
+    AttributeRequest attributes = {};
 };
 
 std::vector<Step> reference_scenario();

@@ -4,7 +4,10 @@
 #include <cstdint>
 #include <functional>
 
+#include "inline_service_attributes.h"
+#include "inline_service_vservice.h"
 #include "model_card.h"
+#include "scenario.h"
 #include "vlc/card_config.h"
 #include "vlc/np_store.h"
 #include "vlc/prm.h"
@@ -14,6 +17,16 @@ namespace test {
 vlc::CardConfig scenario_card(uint32_t card_type, uint16_t num_nps = 2);
 inline constexpr uint32_t ordinary_card = 0xD20001;
 inline constexpr uint32_t unswapped_card = 0xD10001; // takes counters as they lie in memory
+
+// What it knows of slots, interfaces and VRFs.
+inline constexpr uint16_t slot_with_endpoint = ModelCard::slot_with_endpoint;
+inline constexpr uint16_t other_slot = ModelCard::other_slot;
+
+// Records that a host hands over, of what a step asks for.
+vservice_config config_of(const VserviceRequest &wanted);
+uidb_attribute attribute_of(const AttributeRequest &wanted);
+// Of the second the slot is of another type, of the last one it is none that the card has.
+inline constexpr uint16_t interfaces_looked_up[] = {40, 41, 42};
 
 // Packets that the scenario's traffic counts on one counter.
 ModelCount traffic_on(uint32_t np, uint32_t place);

@@ -5,7 +5,9 @@
 #include <optional>
 
 #include "inline_service_app.h"
+#include "inline_service_attributes.h"
 #include "inline_service_stat.h"
+#include "inline_service_vservice.h"
 #include "platform_prm.h"
 #include "service_error.h"
 
@@ -110,6 +112,13 @@ StepResult ScenarioHost::carry_out(const Step &step)
         return {};
     case StepKind::collect_statistics:
         return collect();
+    case StepKind::configure_vservice:
+        configure(step.vservice);
+        return {};
+    case StepKind::set_attributes:
+        return set_attributes(step.attributes);
+    case StepKind::look_up_interfaces:
+        return look_up_interfaces();
     case StepKind::read_answers:
         let_time_pass();
         return {};
@@ -162,6 +171,7 @@ uint32_t ScenarioHost::register_services()
         if (const uint32_t rc = inline_svc_app_register(&registration); rc != 0)
             return rc;
     }
+    plm_vservice_init(0, 0, 0, 0);
     return 0;
 }
 
@@ -228,6 +238,50 @@ StepResult ScenarioHost::collect()
     collected.clear();
     const uint32_t rc = inline_svc_stats_collection();
     return {rc, collected};
+}
+
+void ScenarioHost::configure(const VserviceRequest &wanted)
+{
+    const bool is_deleted = wanted.encap == 0;
+    struct {
+        vservice_message head;
+        vservice_config config;
+    } message = {{0, 0, is_deleted ? VSERVICE_DELETE : VSERVICE_ADD, 1}, config_of(wanted)};
+    plm_vservice_msg_handler(
+        &message); // a deletion's item is the index, which a record begins with
+}
+
+StepResult ScenarioHost::set_attributes(const AttributeRequest &wanted)
+{
+    const uint16_t uidb = wanted.uidb;
+    const uidb_attribute attribute = attribute_of(wanted);
+    inline_api_set_uidb_to_app(attribute.app_type, uidb, attribute.app_ID);
+    inline_api_set_uidb_to_vqi(uidb, attribute.vqi);
+    inline_api_set_slot_iftype(uidb, attribute.slot, attribute.iftype);
+    inline_api_set_dirty_bit(uidb);
+    if (wanted.infra_ip != 0)
+        inline_api_set_infra_slot_infra_ip(0, wanted.slot, 99, wanted.infra_ip, wanted.uidb);
+    StepResult read;
+    read.words = {inline_api_uidb_to_apptype(uidb), inline_api_uidb_to_appid(0, uidb),
+                  inline_api_uidb_to_vqi(uidb),     inline_api_get_slot(uidb),
+                  inline_api_get_iftype(uidb),      inline_api_get_dirty_bit(uidb)};
+    return read;
+}
+
+StepResult ScenarioHost::look_up_interfaces()
+{
+    StepResult found;
+    for (const uint16_t uidb : interfaces_looked_up) {
+        ReferenceModel::Endpoint endpoint;
+        endpoint.code = inline_api_get_infra_ip_from_uidb(uidb, &endpoint.ip, &endpoint.value);
+        found.words.insert(found.words.end(), {endpoint.code, endpoint.ip, endpoint.value});
+    }
+    ReferenceModel::Lookup pic;
+    pic.code = inline_api_get_pic(ModelCard::interface, &pic.value);
+    ReferenceModel::Lookup table;
+    table.code = inline_api_get_hw_table_id(ModelCard::vrf, &table.value);
+    found.words.insert(found.words.end(), {pic.code, pic.value, table.code, table.value});
+    return found;
 }
 
 void ScenarioHost::act(CardAct what)

@@ -40,6 +40,9 @@ private:
     uint32_t clear(uint16_t key);
     static StepResult run_app_handler();
     static StepResult collect();
+    static void configure(const VserviceRequest &wanted);
+    static StepResult set_attributes(const AttributeRequest &wanted);
+    static StepResult look_up_interfaces();
     void act(CardAct what);
 
     std::unique_ptr<vlc::VirtualLineCard> card_;

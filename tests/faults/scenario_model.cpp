@@ -16,6 +16,7 @@ StepResult ScenarioModel::carry_out(const Step &step)
     case StepKind::register_services:
         for (const uint16_t type : types_with_callback)
             model_.has_stats_callback[type] = true;
+        model_.open_encoder();
         return {};
     case StepKind::apply_batch:
         return {apply(step)};
@@ -32,6 +33,13 @@ StepResult ScenarioModel::carry_out(const Step &step)
         return {};
     case StepKind::collect_statistics:
         return {0, model_.collect()};
+    case StepKind::configure_vservice:
+        configure(step.vservice);
+        return {};
+    case StepKind::set_attributes:
+        return set_attributes(step.attributes);
+    case StepKind::look_up_interfaces:
+        return look_up_interfaces();
     case StepKind::read_answers:
         model_.read_answers();
         return {};
@@ -117,6 +125,42 @@ StepResult ScenarioModel::run_app_handler()
             append(element);
     }
     return result;
+}
+
+void ScenarioModel::configure(const VserviceRequest &wanted)
+{
+    if (wanted.encap == 0)
+        model_.remove_vservice(wanted.index);
+    else
+        model_.configure(config_of(wanted));
+}
+
+StepResult ScenarioModel::set_attributes(const AttributeRequest &wanted)
+{
+    model_.set_attribute(wanted.uidb, attribute_of(wanted));
+    if (wanted.infra_ip != 0)
+        model_.endpoints[wanted.slot] = {0, wanted.infra_ip, wanted.uidb};
+    StepResult read;
+    const uidb_attribute found = model_.attribute(wanted.uidb);
+    if (model_.has_attributes && wanted.uidb < UIDB_ATTRIBUTES)
+        read.words = {found.app_type, found.app_ID, found.vqi,
+                      found.slot,     found.iftype, found.dirty};
+    else
+        read.words = {0, 0, UIDB_UNKNOWN_VQI, UIDB_UNKNOWN_SLOT, 0, 0};
+    return read;
+}
+
+StepResult ScenarioModel::look_up_interfaces()
+{
+    StepResult found;
+    for (const uint16_t uidb : interfaces_looked_up) {
+        const ReferenceModel::Endpoint endpoint = model_.look_up_endpoint(uidb);
+        found.words.insert(found.words.end(), {endpoint.code, endpoint.ip, endpoint.value});
+    }
+    const ReferenceModel::Lookup pic = model_.look_up_pic();
+    const ReferenceModel::Lookup table = model_.look_up_table();
+    found.words.insert(found.words.end(), {pic.code, pic.value, table.code, table.value});
+    return found;
 }
 
 void ScenarioModel::pass_traffic()

@@ -20,6 +20,9 @@ private:
     uint32_t start();
     uint32_t apply(const Step &step);
     StepResult run_app_handler();
+    void configure(const VserviceRequest &wanted);
+    StepResult set_attributes(const AttributeRequest &wanted);
+    StepResult look_up_interfaces();
     void pass_traffic();
 
     ReferenceModel model_;

@@ -27,8 +27,8 @@ struct Infallible {
 };
 std::span<const Infallible> infallible_services();
 
-// Not called on the scenario's road: the tests of interfaces, command lists and virtual services
-// make them fail.
+// Not called on the scenario's road: the tests of flows make them fail, and those of lookups the
+// binding to the interface manager, which the library does once in a process.
 std::span<const std::string_view> services_elsewhere();
 
 // One failure at one place of the scenario.

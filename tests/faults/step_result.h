@@ -19,15 +19,18 @@ struct StepResult {
     uint32_t code = 0;
     std::vector<StatReport> reports = {};
     std::vector<uint32_t> batch = {}; // the app handler's: num_node, then entry id and action each
+    std::vector<uint32_t> words = {}; // what was read, and the codes of lookups
     bool ends_the_scenario() const { return code == host_not_started; }
     bool operator==(const StepResult &) const = default;
 };
 
-// A difference of two results shows in the code or in the first report that is another.
+// A difference of two results shows in the code, the words or the first report that is another.
 inline std::ostream &operator<<(std::ostream &out, const StepResult &result)
 {
-    return out << "code 0x" << std::hex << result.code << std::dec << ", " << result.reports.size()
-               << " reports";
+    out << "code 0x" << std::hex << result.code;
+    for (const uint32_t word : result.words)
+        out << " 0x" << word;
+    return out << std::dec << ", " << result.reports.size() << " reports";
 }
 
 } // namespace test

@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "audit_comparison.h"
+#include "inline_service_attributes.h"
 #include "platform_list.h"
 #include "state_comparison.h"
 
@@ -42,9 +43,13 @@ const std::filesystem::path &emptied(const std::filesystem::path &directory)
 
 SweptProcess::SweptProcess(uint32_t card_type, const std::filesystem::path &state_directory)
     : host_(scenario_card(card_type), emptied(state_directory)),
-      model_({.nps = 2, .counters_turned_round = card_type != unswapped_card}),
-      tap_([this](const vlc::ServiceCall &call) { return on_call(call); })
+      model_({.nps = 2, .counters_turned_round = card_type != unswapped_card})
 {
+    // The library binds to the interface manager once in a process, which may carry out several
+    // scenarios: so it has done that by now.
+    uint32_t ignored = 0;
+    inline_api_get_pic(ModelCard::interface, &ignored);
+    tap_.emplace([this](const vlc::ServiceCall &call) { return on_call(call); });
     ReferenceModel &reference = model_.reference();
     reference.set_rule([this, &reference](Service service, uint32_t) {
         const uint64_t count = reference.calls()[static_cast<size_t>(service)];
@@ -84,7 +89,8 @@ bool SweptProcess::carry_out(const Step &step)
         return false;
     }
     compare_calls();
-    if (step.kind == StepKind::apply_batch && host_.root() != nullptr)
+    if (host_.root() != nullptr &&
+        (step.kind == StepKind::apply_batch || step.kind == StepKind::configure_vservice))
         learn_addresses(model_.reference(), *host_.root(), step.key);
     return !found.ends_the_scenario();
 }

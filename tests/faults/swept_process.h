@@ -43,7 +43,7 @@ private:
     Observer observer_;
     std::array<uint64_t, service_count> calls_{};
     std::vector<std::string> differences_;
-    vlc::AddedServiceTap tap_;
+    std::optional<vlc::AddedServiceTap> tap_;
 };
 
 } // namespace test

@@ -35,6 +35,13 @@ public:
     static constexpr uint32_t most_nps = 8;
     static constexpr uint32_t first_counter = 0xC00000;
     static constexpr uint32_t counter_count = 65536;
+    // Of its slots two are known, of its interfaces and VRFs one.
+    static constexpr uint16_t slot_with_endpoint = 5;
+    static constexpr uint16_t other_slot = 6; // of a card whose type has no endpoints
+    static constexpr uint32_t interface = 0x2001;
+    static constexpr uint32_t pic_of_interface = 0x0A0B0C0D;
+    static constexpr uint32_t vrf = 3;
+    static constexpr uint32_t table_of_vrf = 0x21;
     using Table = std::map<std::string, std::string>; // result by key
 
     explicit ModelCard(uint32_t num_nps) : nps(num_nps) {}

@@ -19,6 +19,16 @@ namespace test {
     SERVICE(list_remove_default)                                                                   \
     SERVICE(list_destroy)                                                                          \
     SERVICE(platform_get_my_card_type)                                                             \
+    SERVICE(platform_node_get_card_type)                                                           \
+    SERVICE(plm_slot_to_nodeid)                                                                    \
+    SERVICE(imc_s_attr_query)                                                                      \
+    SERVICE(imc_gdp_pic_get)                                                                       \
+    SERVICE(ital_shm_lookup_vrf)                                                                   \
+    SERVICE(rsi_c_tbl_id_decode2)                                                                  \
+    SERVICE(ac_encode_init)                                                                        \
+    SERVICE(appl_construct_config_db_key)                                                          \
+    SERVICE(appl_construct_sdn_encap_service_config_db_result)                                     \
+    SERVICE(zem_errmsg)                                                                            \
     SERVICE(prm_mgr_open)                                                                          \
     SERVICE(prm_srh_get_handle)                                                                    \
     SERVICE(prm_srh_register)                                                                      \

@@ -65,7 +65,7 @@ bool ReferenceModel::start_host()
         return refused();
     has_main_table_ = true;
     // A host does without the tables of attributes and virtual services when there is no room.
-    for (bool *has_table : {&has_attributes_, &has_vservices_})
+    for (bool *has_table : {&has_attributes, &has_vservices})
         *has_table = *has_table || allocate();
     const auto forced_type = call(Service::platform_get_my_card_type);
     turns_round_ = rules_.counters_turned_round || forced_type; // an unknown type is turned round

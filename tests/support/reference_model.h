@@ -15,6 +15,8 @@
 #include <vector>
 
 #include "inline_service_app.h"
+#include "inline_service_attributes.h"
+#include "inline_service_vservice.h"
 #include "model_card.h"
 #include "platform_services.h"
 
@@ -89,6 +91,23 @@ public:
     // The first entry in the lists of a key that has the id, as a query finds it.
     NodePointer stored(uint16_t key, uint32_t entry_id) const;
 
+    // Interfaces and virtual services. What a lookup does not write is as it was before.
+    static constexpr uint32_t unwritten = 0xEEEEEEEE;
+    struct Endpoint {
+        uint32_t code = 0, ip = unwritten, value = unwritten;
+    };
+    struct Lookup {
+        uint32_t code = 0, value = unwritten;
+    };
+    void open_encoder();
+    void configure(const vservice_config &config);
+    void remove_vservice(uint32_t index);
+    void set_attribute(uint16_t uidb, const uidb_attribute &attribute);
+    uidb_attribute attribute(uint16_t uidb) const;
+    Endpoint look_up_endpoint(uint16_t uidb); // of the interface's slot
+    Lookup look_up_pic();                     // of the known interface
+    Lookup look_up_table();                   // of the known VRF
+
     // ---- what happens on the card and is heard on the event manager
 
     void read_answers();
@@ -100,8 +119,12 @@ public:
     std::map<uint16_t, ModelEntry> entries;
     std::vector<std::vector<bool>> counters_in_use; // by NP and place; empty before registration
     uint32_t bitmap_places = 0;                     // that the bitmaps in the window have room for
-    uint64_t blocks = 0;                            // of the window, in use
-    uint16_t prm_state = 0, conn_state = 0;         // flags of the root
+    bool has_attributes = false, has_vservices = false; // tables of the root
+    std::map<uint16_t, uidb_attribute> attributes;
+    std::map<uint32_t, vservice_config> vservices;
+    std::map<uint16_t, Endpoint> endpoints; // by slot
+    uint64_t blocks = 0;                    // of the window, in use
+    uint16_t prm_state = 0, conn_state = 0; // flags of the root
     std::array<bool, INLINE_SVC_APP_TYPES> has_stats_callback{};
 
 private:
@@ -132,6 +155,8 @@ private:
     uint32_t request(uint32_t np, const app_node &content, const std::string &result);
     void take_counter(uint32_t np, uint32_t *number);
     uint32_t give_back(uint32_t number, uint32_t np);
+    bool encode(const vservice_config &config, app_node *content);
+    void program_vservice(uint16_t key, app_node content);
     void report_node(const ModelNode &node, uint16_t key, std::vector<StatReport> *reports);
 
     Rules rules_;
@@ -139,11 +164,11 @@ private:
     std::array<uint64_t, service_count> calls_{};
     bool has_root_ = false;
     bool has_main_table_ = false;
-    bool has_attributes_ = false;
-    bool has_vservices_ = false;
     bool has_handle_ = false;
-    bool keeps_counters_ = false; // from the host's first registration on
-    bool turns_round_ = false;    // by the card type that the library was told
+    bool has_encoder_ = false;
+    bool takes_vservices_ = false; // a table was there when the encoder was opened
+    bool keeps_counters_ = false;  // from the host's first registration on
+    bool turns_round_ = false;     // by the card type that the library was told
 };
 
 } // namespace test

@@ -25,6 +25,10 @@ public:
             return lines_;
         expect("prm_state", model_.prm_state, root_->prm_state);
         expect("conn_state", model_.conn_state, root_->conn_state);
+        compare_table("attribute", root_->uidb_attr_table, model_.has_attributes, model_.attributes,
+                      UIDB_ATTRIBUTES);
+        compare_table("virtual service", static_cast<const vservice_config *>(root_->vservice_db),
+                      model_.has_vservices, model_.vservices, VSERVICES);
         for (uint32_t np = 0; np < model_.counters_in_use.size(); ++np)
             compare_counters(np);
         for (uint32_t key = 0; root_->main_table != nullptr && key < SHADOW_DB_MAIN_SLOTS; ++key)
@@ -41,6 +45,19 @@ private:
         std::ostringstream line;
         line << what << ": " << found << " instead of " << expected;
         lines_.push_back(line.str());
+    }
+
+    template <typename Record, typename Records>
+    void compare_table(const std::string &what, const Record *table, bool is_there,
+                       const Records &expected, uint32_t count)
+    {
+        expect("table of " + what + "s", is_there, table != nullptr);
+        for (uint32_t i = 0; table != nullptr && i < count; ++i) {
+            const auto set = expected.find(static_cast<typename Records::key_type>(i));
+            const Record record = set == expected.end() ? Record{} : set->second;
+            if (memcmp(&table[i], &record, sizeof record) != 0)
+                lines_.push_back(what + " " + std::to_string(i) + " has another content");
+        }
     }
 
     void compare_rows(uint32_t np, uint32_t table)
