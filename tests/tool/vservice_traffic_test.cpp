@@ -186,6 +186,18 @@ TEST_F(VserviceOutput, LeavesServicesWithoutPacketsThatTheToolNames)
     expect_clean_audit();
 }
 
+TEST_F(VserviceOutput, IsThereWithTheFilesToStartFrom)
+{
+    report_of({"vservice", "load", EXAMPLES "/vservices/example.toml", "--state", state, "--card",
+               EXAMPLES "/cards/vservices.toml"});
+    for (const char *capture : {"many-sources.pcap", "tagged-link.pcapng"})
+        report_of({"run", "--state", state, "--pcap", std::string(CAPTURES "/") + capture});
+    const json shown = shown_services();
+    ASSERT_EQ(shown.size(), 2u);
+    for (const json &one : shown)
+        EXPECT_GT(one["hits"]["packets"], 100) << one;
+}
+
 TEST_F(VserviceOutput, GoesOnWithTheInterfacesOfAnotherCardFile)
 {
     write_file(card_file, "[card]\nname = 'none yet'\n");
