@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "flow_layout.h"
+#include "flow_settlement.h"
 #include "inline_service_flowdb.h"
 
 namespace services {
@@ -73,6 +74,8 @@ public:
     FlowService(const FlowService &) = delete;
     FlowService &operator=(const FlowService &) = delete;
 
+    // What a host does that found the root, before packets come; see flow_settlement.h.
+    Settlement settle(const SettlementInput &input) { return settle_flows(input, table_); }
     // A packet that met no flow on its NP.
     void add(const flow_layout::Tuple &tuple, uint32_t np, int64_t when);
     // A slice of the table, from its walker.

@@ -1,5 +1,5 @@
-// The audit: compares the shadow DB with every NP's tables and with the counter bitmaps, and the
-// flow table with the NPs' flow rows and dynamic counters.
+// The audit: compares the shadow DB with every NP's tables and with the counter bitmaps. That of
+// flows is in flow_audit.h.
 //
 // It reads and changes nothing, and needs no library running: the shadow DB may be a dead host's.
 // No pointer of the shadow DB is followed before it is checked, so a damaged one is a finding and
@@ -15,6 +15,8 @@
 
 #include "hardware_view.h"
 #include "inline_service_shadowdb.h"
+
+struct flow_record;
 
 namespace services {
 
@@ -62,6 +64,7 @@ struct Finding {
     std::vector<uint8_t> key; // of the entry or row
     uint32_t counter = none;  // its number, plain: as the allocator counts
     const shmem_node *node = nullptr;
+    const flow_record *flow = nullptr;
     std::string text; // one line for a person
 };
 
@@ -95,8 +98,10 @@ struct AuditReport {
 // the result of an entry with counters are the received-packets counter's: the first three bytes
 // in memory of stat_index_rx[np], or on a card that takes counters unswapped its bytes 1 to 3.
 // Every entry of the ext conf table has counters, and in the service config table every one whose
-// hw_index is not SHADOW_DB_NO_HW_INDEX. A flow's row holds its result with its counter's address
-// in bytes 3 to 5, or, since a modify, bytes 1 to 3 of its counter's number in bytes 1 to 3.
+// hw_index is not SHADOW_DB_NO_HW_INDEX.
 AuditReport audit(const AuditInput &input);
+
+// By kind, then by NP.
+void sort_findings(AuditReport &report);
 
 } // namespace services

@@ -75,6 +75,7 @@ private:
     Finding &say(FindingKind kind, const StoredFlow &flow, const std::string &text)
     {
         Finding &finding = say(kind, text_of(flow) + text);
+        finding.flow = flow.address;
         if (flow.has_row())
             finding.key.assign(flow.content.key, flow.content.key + flow.content.key_len);
         return finding;
@@ -187,14 +188,17 @@ private:
 
 } // namespace
 
-void audit_flows(const AuditInput &input, uint32_t nps, AuditReport &report)
+void audit_flows(const AuditInput &input, AuditReport &report)
 {
     const std::vector<StoredFlow> flows = FlowWalk(input, report).run();
     report.flows = flows.size();
-    if (input.hardware == nullptr)
-        return;
-    for (uint32_t np = 0; np < std::min(nps, input.hardware->nps()); ++np)
-        NpFlows(input, np, flows, report).run();
+    report.nps.resize(std::min<uint32_t>(input.num_nps, SHADOW_DB_MAX_NPS));
+    if (input.hardware != nullptr) {
+        const auto nps = std::min(static_cast<uint32_t>(report.nps.size()), input.hardware->nps());
+        for (uint32_t np = 0; np < nps; ++np)
+            NpFlows(input, np, flows, report).run();
+    }
+    sort_findings(report);
 }
 
 } // namespace services

@@ -7,7 +7,6 @@
 #include <unordered_map>
 
 #include "entry_content.h"
-#include "flow_audit.h"
 #include "shadow_walk.h"
 
 namespace services {
@@ -85,10 +84,7 @@ public:
                 compare_rows(np);
             collect_answers();
         }
-        audit_flows(input_, nps_, report_);
-        std::ranges::stable_sort(report_.findings, {}, [](const Finding &finding) {
-            return std::tuple(finding.kind, finding.np);
-        });
+        sort_findings(report_);
     }
 
 private:
@@ -290,6 +286,13 @@ std::array<uint64_t, finding_kinds> AuditReport::count() const
     for (const Finding &finding : findings)
         ++counts[static_cast<size_t>(finding.kind)];
     return counts;
+}
+
+void sort_findings(AuditReport &report)
+{
+    std::ranges::stable_sort(report.findings, {}, [](const Finding &finding) {
+        return std::tuple(finding.kind, finding.np);
+    });
 }
 
 AuditReport audit(const AuditInput &input)

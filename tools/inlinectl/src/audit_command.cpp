@@ -11,6 +11,7 @@
 #include "audit_report.h"
 #include "card_hardware.h"
 #include "exit_code.h"
+#include "flow_audit.h"
 #include "standard_streams.h"
 #include "vlc/card_access.h"
 #include "vlc/data_plane.h"
@@ -38,14 +39,17 @@ public:
     services::AuditReport look() const
     {
         const vlc::Window window(host_, 0);
-        return services::audit(
-            {.root = static_cast<const shadow_db *>(window.root()),
-             .in_shared_memory = in_window(window),
-             .counters_unswapped = vlc::takes_counters_unswapped(card().card_type),
-             .first_counter = vlc::CounterBank::first,
-             .counter_count = vlc::CounterBank::count,
-             .num_nps = card().num_nps,
-             .hardware = &hardware_});
+        const services::AuditInput input{.root = static_cast<const shadow_db *>(window.root()),
+                                         .in_shared_memory = in_window(window),
+                                         .counters_unswapped =
+                                             vlc::takes_counters_unswapped(card().card_type),
+                                         .first_counter = vlc::CounterBank::first,
+                                         .counter_count = vlc::CounterBank::count,
+                                         .num_nps = card().num_nps,
+                                         .hardware = &hardware_};
+        services::AuditReport report = services::audit(input);
+        services::audit_flows(input, report);
+        return report;
     }
 
 private:

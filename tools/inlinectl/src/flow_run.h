@@ -25,6 +25,7 @@ public:
     FlowRun(const FlowRun &) = delete;
     FlowRun &operator=(const FlowRun &) = delete;
 
+    services::FlowService &service() { return service_; }
     // Before the card gets the packet: lets the time pass that lies before it.
     void pass_time_to(const vlc::CapturedPacket &packet);
     // Behind the last packet. Accounts for the flows that go on.

@@ -90,7 +90,8 @@ public:
         : options_(options), input_(input), progress_(progress), output_(output_of(options)),
           owned_card_(card_of(options.card_socket, input.card, state_directory)),
           card_(*owned_card_), session_(card_), faults_(attached_faults(input.faults, card_)),
-          host_(handles_of(card_, session_)), evidence_(options.state_directory)
+          hardware_(card_.access()), host_(handles_of(card_, session_)),
+          evidence_(options.state_directory)
     {
         card_.on_failed_answer(
             [this](const prm_async_response &answer) { evidence_.notice(answer); });
@@ -108,7 +109,7 @@ public:
         meter_.emplace();
         program();
         if (options_.flows.wanted)
-            flows_.emplace(options_.flows, card_, session_, [this] { report_.failures.look(); });
+            start_flows();
         replay_captures();
         settle();
         if (flows_)
@@ -133,24 +134,41 @@ private:
     }
 
     // An earlier host may have been killed with an entry in flight.
-    void settle_what_was_left()
+    void settle_what_was_left() { take_settlement(services::settle(settlement_input())); }
+
+    services::SettlementInput settlement_input()
     {
-        const CardHardware hardware(card_.access());
-        report_.settlement = services::settle({.root = host_.root(),
-                                               .in_shared_memory = in_window(card_.window()),
-                                               .hardware = &hardware,
-                                               .run_events = [this] { settle(); }});
-        if (report_.settlement.is_damaged)
+        return {.root = host_.root(),
+                .in_shared_memory = in_window(card_.window()),
+                .hardware = &hardware_,
+                .run_events = [this] { settle(); }};
+    }
+
+    void take_settlement(const services::Settlement &settlement)
+    {
+        if (settlement.is_damaged)
             throw vlc::StateError(options_.state_directory->string() +
                                   ": the shadow DB there is damaged and was left as it is; see "
                                   "'inlinectl audit'");
+        const auto append = [](auto &all, const auto &more) {
+            all.insert(all.end(), more.begin(), more.end());
+        };
+        append(report_.settlement.done, settlement.done);
+        append(report_.settlement.left, settlement.left);
         constexpr size_t told = 5; // the audit has them all
-        const std::vector<std::string> &left = report_.settlement.left;
+        const std::vector<std::string> &left = settlement.left;
         for (size_t i = 0; i < std::min(told, left.size()); ++i)
             report_.problems.push_back("not settled: " + left[i]);
         if (left.size() > told)
             report_.problems.push_back("not settled: " + grouped(left.size() - told) +
                                        " more; see 'inlinectl audit'");
+    }
+
+    void start_flows()
+    {
+        flows_.emplace(options_.flows, card_, session_, [this] { report_.failures.look(); });
+        if (host_.found_root())
+            take_settlement(flows_->service().settle(settlement_input()));
     }
 
     void program()
@@ -249,6 +267,7 @@ private:
     vlc::VirtualLineCard &card_;
     CardSession session_;
     std::unique_ptr<vlc::Faults> faults_;
+    const CardHardware hardware_;
     services::ServiceHost host_;
     Evidence evidence_;
     std::optional<services::TrafficMeter> meter_;
