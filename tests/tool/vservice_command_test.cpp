@@ -139,6 +139,25 @@ TEST_F(VserviceCommand, BadWordsAreRefusedAndNothingIsMade)
     EXPECT_FALSE(std::filesystem::exists(state));
 }
 
+TEST_F(VserviceCommand, AFileThatIsNoneOrHasNoEndIsRefused)
+{
+    const auto refusal = [](const std::string &file, const std::string &why) {
+        expect_refusal({"vservice", "load", file, "--state", state}, file + ": " + why);
+    };
+    refusal("/tmp/none.toml", "No such file or directory");
+    refusal("/tmp", "is a directory");
+    refusal("/dev/zero", "is longer than 64 MiB");
+    EXPECT_FALSE(std::filesystem::exists(state));
+}
+
+TEST_F(VserviceCommand, AReportThatCannotBeWrittenIsAFailure)
+{
+    const Outcome outcome =
+        run_program({.program = INLINECTL, .arguments = an_add(1), .out_file = "/dev/full"});
+    EXPECT_EQ(outcome.exit_code, 1);
+    EXPECT_EQ(outcome.err, "inlinectl: the report could not be written\n");
+}
+
 TEST_F(VserviceCommand, AFileThatIsBrokenIsRefusedWithItsPlaceAndNothingIsMade)
 {
     expect_file_refusal("[[vservice]]\nindx = 1\n",
@@ -149,6 +168,8 @@ TEST_F(VserviceCommand, AFileThatIsBrokenIsRefusedWithItsPlaceAndNothingIsMade)
                         ":2:15: 'source_port' is 65536, and must be 0 to 65535");
     expect_file_refusal("[[vservice]]\nencapsulation = 'upd'\n",
                         ":2:17: unknown encapsulation 'upd'; did you mean 'udp'?");
+    expect_file_refusal("[[vservice]]\nencapsulation = true\n",
+                        ":2:17: 'encapsulation' is \"udp\", \"udp-local\" or a whole number");
     expect_file_refusal("[[vservice]]\nsource = 'x'\n",
                         ":2:10: 'source' is an IPv4 address such as \"192.0.2.1\"");
     expect_file_refusal("[[vservice]]\nindex = 1\n", ":1:1: a vservice without 'source'");

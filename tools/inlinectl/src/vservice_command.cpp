@@ -1,5 +1,6 @@
 #include "vservice_command.h"
 
+#include <cstdio>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -194,7 +195,11 @@ int perform(const VserviceOptions &options)
             write_json(std::cout, report);
         else
             write_text(std::cout, report, standard_output_style());
-        return standard_output_arrived() && report.went_well() ? exit_fine : exit_failed;
+        if (!standard_output_arrived()) {
+            std::fprintf(stderr, "inlinectl: the report could not be written\n");
+            return exit_failed;
+        }
+        return report.went_well() ? exit_fine : exit_failed;
     } catch (const vlc::CardGone &gone) {
         throw std::runtime_error(gone.what());
     } catch (const vlc::StateError &unreadable) {

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <functional>
 #include <limits>
-#include <sstream>
 #include <system_error>
 
 #include "exit_code.h"
@@ -14,6 +13,8 @@
 
 namespace inlinectl {
 namespace {
+
+constexpr size_t most_bytes = size_t{64} << 20;
 
 struct Field {
     const char *name;
@@ -47,6 +48,8 @@ void read_encapsulation(const vlc::TomlReader &reader, const toml::node &value,
                         vservice_config &record)
 {
     constexpr const char *name = "encapsulation";
+    if (!value.is_string() && !value.is_integer())
+        reader.fail(value.source(), "'encapsulation' is \"udp\", \"udp-local\" or a whole number");
     if (!value.is_string()) {
         record.encap = static_cast<uint32_t>(
             reader.number(value, name, 0, std::numeric_limits<uint32_t>::max()));
@@ -117,9 +120,13 @@ std::string text_of(const std::filesystem::path &file)
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         throw UsageError(file.string() + ": " + std::generic_category().message(errno));
-    std::ostringstream text;
-    text << stream.rdbuf();
-    return std::move(text).str();
+    // Some files have no end.
+    std::string text(most_bytes + 1, '\0');
+    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
+    text.resize(static_cast<size_t>(stream.gcount()));
+    if (text.size() > most_bytes)
+        throw UsageError(file.string() + ": is longer than 64 MiB");
+    return text;
 }
 
 } // namespace
