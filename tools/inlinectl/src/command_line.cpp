@@ -94,7 +94,8 @@ void refuse_end_of_options(int argc, const char *const *argv)
 [[noreturn]] void refuse_extra_option(const CLI::App &app, const std::string &option)
 {
     std::vector<const CLI::App *> commands = commands_of(app);
-    std::ranges::stable_partition(commands, [](const CLI::App *one) { return one->parsed(); });
+    std::stable_partition(commands.begin(), commands.end(),
+                          [](const CLI::App *one) { return one->parsed(); });
     for (const CLI::App *command : commands) {
         const std::vector<std::string> known = option_names(*command);
         if (std::ranges::find(known, option) != known.end())
