@@ -13,17 +13,6 @@ constexpr uint32_t batch = 20;
 
 class HashWalkerTest : public HashTest {
 protected:
-    // Leaves no pause behind, whatever ran before in this process.
-    HashWalkerTest()
-    {
-        HashTable one(1);
-        insert(one, 0);
-        in_hash_set_scan_callback(one.get(), keep_scan, 20, 1);
-        while (functions.handed_over.empty())
-            in_hash_periodic_walker(one.get());
-        functions = {};
-    }
-
     static std::vector<HandedOver> walk(HashTable &table)
     {
         in_hash_periodic_walker(table.get());
