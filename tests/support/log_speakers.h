@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <cstdlib>
 #include <string>
 
@@ -11,6 +12,7 @@
 #include "inline_service_attributes.h"
 #include "inline_service_cmdlist.h"
 #include "inline_service_context.h"
+#include "inline_service_flowdb.h"
 #include "inline_service_prm.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_stat.h"
@@ -35,6 +37,9 @@ public:
         attributes,
         cmdlist,
         vservice,
+        hash,
+        flowdb,
+        flow_prm,
         source_count
     };
     static constexpr size_t stamp_length = 20;
@@ -110,6 +115,24 @@ public:
             const vservice_message of_no_known_type{0, 0, 9, 0};
             plm_vservice_msg_handler(&of_no_known_type);
             return "vmsg: type 9 count 0\n";
+        }
+        case hash: {
+            in_hash_table without_hash{};
+            in_hash_insert(&without_hash, &text_);
+            std::array<char, 64> line{};
+            const void *entry = &text_;
+            snprintf(line.data(), line.size(), "hash of entry %p is outside the table", entry);
+            return line.data();
+        }
+        case flowdb:
+            flowdb_init(UINT32_MAX, nullptr, nullptr);
+            return "flow table of 4294967295 buckets is too large";
+        case flow_prm: {
+            flow_record record{};
+            record.key_len = 33;
+            prm_config_record entry;
+            inline_flow_make_prm_entry(&record, &entry);
+            return "flow entry too long: key 33 result 0";
         }
         case source_count:
             break;
