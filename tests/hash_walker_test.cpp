@@ -185,6 +185,14 @@ TEST_F(HashWalkerTest, CallsForAnEmptyTableOrAPeriodOf0DoNotShortenThePause)
     EXPECT_EQ(idle_calls(*table), 14u);
 }
 
+TEST_F(HashWalkerTest, AnEmptyTableIsNotOneThatWasSeenWholeAndPausesNothing)
+{
+    const auto table = walked_table(4, 10);
+    const auto empty = walked_table(4, 0);
+    walk(*empty);
+    EXPECT_EQ(idle_calls(*table), 0u);
+}
+
 TEST_F(HashWalkerTest, ACallThatSeesAWholeTableInBucketsBehindTheQuotaPausesToo)
 {
     const auto table = walked_table(1, 5000);
