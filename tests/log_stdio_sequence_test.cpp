@@ -270,7 +270,7 @@ TEST_P(LogAsStdio, AllStreamsLeaveTheSameBytesThroughSeveralTruncations)
 {
     Pair pair(GetParam());
     pair.long_lines(4000); // most lines are cut, so that the limit is passed often
-    pair.run(85000);
+    pair.run(110000);
     EXPECT_GE(counts.all_truncations(), 2u);
 }
 
