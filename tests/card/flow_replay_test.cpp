@@ -1,6 +1,7 @@
 // Real captures through the flow service: the set of flows, and the packets and bytes of each, are
 // those that an independent analyser finds.
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -9,6 +10,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "card_child.h"
 #include "reference_counts.h"
 
 namespace {
@@ -178,6 +180,23 @@ TEST(FlowRun, GoesOnWithTheFlowsThatAreThere)
     }
     EXPECT_EQ(sums(exported()), twice);
     EXPECT_TRUE(audit_of("/tmp/state")["clean"]);
+}
+
+TEST(FlowRun, OnACardOfItsOwnProcessIsTheSameFlowByFlow)
+{
+    const std::string options = " --flow-idle 0.3 --pcap " + std::string(capture);
+    const auto sorted = [] {
+        std::vector<std::string> lines;
+        for (const json &flow : exported())
+            lines.push_back(flow.dump());
+        std::sort(lines.begin(), lines.end());
+        return lines;
+    };
+    run_inlinectl(options);
+    const std::vector<std::string> embedded = sorted();
+    const test::CardChild card;
+    run_inlinectl("--state /tmp/host --connect " + std::string(test::CardChild::socket) + options);
+    EXPECT_EQ(sorted(), embedded);
 }
 
 TEST(FlowRun, WritesEachFlowsFirstAndLastPacketTime)

@@ -83,6 +83,7 @@ void FlowRun::pass_time_to(const vlc::CapturedPacket &packet)
     if (now_ - events_ran_at_ < between_events_)
         return;
     events_ran_at_ = now_;
+    card_.access().settle(); // the walker looks at flows with all their packets
     session_.run_what_is_ready();
 }
 
