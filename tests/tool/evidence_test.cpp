@@ -4,10 +4,12 @@
 
 #include <algorithm>
 #include <fstream>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "evidence_text.h"
+#include "flow_layout.h"
 #include "host_on_card.h"
 #include "lookup_keys.h"
 #include "platform_prm.h"
@@ -91,6 +93,35 @@ TEST_F(EvidenceOfAFailure, DecodesTheAnswer)
           "status      0x257c5404 ", "entry       tcp 192.0.2.1:80\n",
           "key         11 06 c0 00 02 01 00 50\n", "result      01 c0 00 00 00 00 00 01\n"})
         EXPECT_NE(std::string::npos, text.find(line)) << line << text;
+}
+
+// Requests for flows carry the ext conf table's number.
+TEST_F(EvidenceOfAFailure, TellsAFlowFromAnEntryOfTheExtConfTable)
+{
+    const flow_layout::Key key = flow_layout::key_of({.source = 0xC0000209,
+                                                      .destination = known.address,
+                                                      .source_port = 1234,
+                                                      .destination_port = known.port,
+                                                      .protocol = known.protocol});
+    vlc::Np &np = card->nps()[0];
+    const uint32_t counter = np.dynamic_counters().take(1);
+    flow_layout::Result result = flow_layout::result_of({});
+    result[3] = 1; // the address of the first counter
+    np.table(vlc::TableKind::flow).add(key, result);
+    np.dynamic_counters().add(0, 60);
+    ASSERT_EQ(counter, 0x01000000u);
+    prm_async_response answer{};
+    answer.refnum = PRM_TABLE_EXT_CONF;
+    answer.flags = PRM_ANSWER_OF_FLOW_TABLE;
+    answer.key_size = key.size();
+    std::ranges::copy(key, answer.key);
+    std::ostringstream text;
+    inlinectl::write_answer(text, answer, 0);
+    inlinectl::write_np_rows(text, answer, card->access());
+    for (const char *line :
+         {"table       flow\n", "entry       tcp 192.0.2.9:1234 > 192.0.2.1:80\n",
+          "counter 0x01000000: 1 packet, 60 bytes\n", "NP 1        no row\n"})
+        EXPECT_NE(std::string::npos, text.str().find(line)) << line << text.str();
 }
 
 TEST_F(EvidenceOfAFailure, ShowsTheShadowDbsEntry)
