@@ -124,8 +124,8 @@ class VserviceTraffic : public VserviceOutput, public testing::WithParamInterfac
 
 TEST_P(VserviceTraffic, OfARealCaptureLeavesAsTheRowsCountItOverTwoHundredServices)
 {
-    const auto &[nps, is_apart] = GetParam();
-    write_card(nps);
+    const bool is_apart = GetParam().is_apart;
+    write_card(GetParam().nps);
     std::optional<CardChild> card;
     std::vector<std::string> card_options = {"--card", card_file};
     if (is_apart) {
