@@ -131,8 +131,8 @@ uint32_t inline_flow_db_update_prm(uint32_t action, flow_record *record, uint32_
  * those that are not 0 and sets them to 0. Returns the code of the last call made. */
 uint32_t inline_flow_update_prm(uint32_t action, flow_record *record);
 
-/* Sums the flow's counters over its NPs: packets or conforming packets in *first, the second word
- * in *second. A read that fails counts as 0. `flag` 0 reads with option 1, any other with option 0.
+/* Sums the flow's first counters over its NPs: packets in *first, bytes in *second. A read that
+ * fails counts as 0. `flag` 0 reads with option 1, any other with option 0.
  * Returns 0; 22 for a null argument. Without statistics both are 0. */
 uint32_t inline_flow_read_stats(flow_record *record, uint64_t *first, uint64_t *second,
                                 int32_t flag);
