@@ -3,6 +3,8 @@
 // says.
 #include <random>
 
+#include "inline_service_attributes.h"
+#include "inline_service_vservice.h"
 #include "reference_model.h"
 #include "shadow_fixture.h"
 #include "state_comparison.h"
@@ -32,7 +34,13 @@ const std::string texts[] = {"a",       "b",   "key three", "0xaaaa",
 
 class RandomBatches : public ShadowDbTest, public testing::WithParamInterface<uint32_t> {
 protected:
-    RandomBatches() : random_(GetParam()), model_({}) { model_.start_host(); }
+    RandomBatches() : random_(GetParam()), model_({})
+    {
+        model_.start_host(); // which makes the root's tables too
+        root->uidb_attr_table = static_cast<uidb_attribute *>(
+            inline_svc_shared_mem_alloc(UIDB_ATTRIBUTES * sizeof(uidb_attribute)));
+        root->vservice_db = vservice_table_init();
+    }
 
     uint32_t below(uint32_t bound) { return static_cast<uint32_t>(random_()) % bound; }
     bool one_in(uint32_t times) { return below(times) == 0; }
