@@ -2,7 +2,6 @@
 // those that an independent analyser finds.
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -60,15 +59,7 @@ Flows sums(const std::vector<json> &flows)
     return sums;
 }
 
-class FlowsOf : public testing::TestWithParam<fs::path> {
-protected:
-    void SetUp() override
-    {
-        if (!test::analyser_is_installed())
-            GTEST_SKIP() << "tshark is not installed";
-    }
-    std::string pcap() const { return " --pcap '" + GetParam().string() + "'"; }
-};
+using FlowsOf = test::CaptureTest;
 
 TEST_P(FlowsOf, AreThoseOfTheAnalyserWithOneTwoAndEightNpsOnAllOfThemAndOnOne)
 {
@@ -118,16 +109,8 @@ TEST_P(FlowsOf, KeepTheirSumsWhenTheyEndInBetween)
     EXPECT_EQ(sums(exported()), reference.flows);
 }
 
-std::string test_name(const testing::TestParamInfo<fs::path> &info)
-{
-    const bool own = info.param.parent_path() == fs::path(PROJECT_SOURCE_DIR) / "captures";
-    std::string name = (own ? "own_" : "shared_") + info.param.filename().string();
-    for (char &letter : name)
-        letter = isalnum(static_cast<unsigned char>(letter)) != 0 ? letter : '_';
-    return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Captures, FlowsOf, testing::ValuesIn(test::captures()), test_name);
+INSTANTIATE_TEST_SUITE_P(Captures, FlowsOf, testing::ValuesIn(test::captures()),
+                         test::capture_test_name);
 
 // ---- one capture of the project, whose flows are a few hundred
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <cstdio>
 #include <sstream>
 #include <stdexcept>
@@ -126,6 +127,22 @@ std::vector<std::filesystem::path> captures()
     }
     std::sort(found.begin(), found.end());
     return found;
+}
+
+void CaptureTest::SetUp()
+{
+    if (!analyser_is_installed())
+        GTEST_SKIP() << "tshark is not installed";
+}
+
+std::string capture_test_name(const testing::TestParamInfo<std::filesystem::path> &capture)
+{
+    const std::filesystem::path &file = capture.param;
+    const bool own = file.parent_path() == std::filesystem::path(PROJECT_SOURCE_DIR) / "captures";
+    std::string name = (own ? "own_" : "shared_") + file.filename().string();
+    for (char &letter : name)
+        letter = isalnum(static_cast<unsigned char>(letter)) != 0 ? letter : '_';
+    return name;
 }
 
 } // namespace test

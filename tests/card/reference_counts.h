@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace test {
 
 struct Count {
@@ -31,5 +33,13 @@ bool analyser_is_installed();
 
 // The project's captures, and those beside the checkout when they are there.
 std::vector<std::filesystem::path> captures();
+
+// A test of each of them, named "own_..." or "shared_...".
+class CaptureTest : public testing::TestWithParam<std::filesystem::path> {
+protected:
+    void SetUp() override; // skips without the analyser
+    static std::string pcap() { return " --pcap '" + GetParam().string() + "'"; }
+};
+std::string capture_test_name(const testing::TestParamInfo<std::filesystem::path> &capture);
 
 } // namespace test

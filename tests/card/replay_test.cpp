@@ -1,7 +1,6 @@
 // Real captures through the whole road: what the program reports equals what an independent
 // analyser counts.
 
-#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -48,15 +47,7 @@ std::string card_file(unsigned type)
     return path;
 }
 
-class ReplayedCapture : public testing::TestWithParam<fs::path> {
-protected:
-    void SetUp() override
-    {
-        if (!test::analyser_is_installed())
-            GTEST_SKIP() << "tshark is not installed";
-    }
-    std::string pcap() const { return " --pcap '" + GetParam().string() + "'"; }
-};
+using ReplayedCapture = test::CaptureTest;
 
 TEST_P(ReplayedCapture, IsCountedPerEntryAsTheAnalyserCountsItWithOneTwoAndEightNps)
 {
@@ -109,15 +100,7 @@ TEST_P(ReplayedCapture, IsCountedPer128EntriesOnACardThatTakesCountersUnswapped)
     }
 }
 
-std::string test_name(const testing::TestParamInfo<fs::path> &info)
-{
-    const bool own = info.param.parent_path() == fs::path(PROJECT_SOURCE_DIR) / "captures";
-    std::string name = (own ? "own_" : "shared_") + info.param.filename().string();
-    for (char &letter : name)
-        letter = isalnum(static_cast<unsigned char>(letter)) != 0 ? letter : '_';
-    return name;
-}
-
-INSTANTIATE_TEST_SUITE_P(Captures, ReplayedCapture, testing::ValuesIn(test::captures()), test_name);
+INSTANTIATE_TEST_SUITE_P(Captures, ReplayedCapture, testing::ValuesIn(test::captures()),
+                         test::capture_test_name);
 
 } // namespace
