@@ -183,6 +183,22 @@ TEST_F(FlowServiceTest, EndsAFlowThatIsIdleAndGivesEverythingBack)
     EXPECT_EQ(service->sums().ended, 1u);
 }
 
+TEST_F(FlowServiceTest, KeepsAFlowForItsIdleTime)
+{
+    begin(with_idle_seconds(30));
+    arrive(1000);
+    pass(29);
+    EXPECT_TRUE(ended.empty());
+}
+
+TEST_F(FlowServiceTest, EndsAFlowBeforeItHasBeenIdleForTwiceItsTime)
+{
+    begin(with_idle_seconds(30));
+    arrive(1000);
+    pass(59);
+    EXPECT_EQ(ended.size(), 1u);
+}
+
 TEST_F(FlowServiceTest, KeepsAFlowThatHasPackets)
 {
     begin(with_idle_seconds(3));
