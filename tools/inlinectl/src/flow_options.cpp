@@ -41,7 +41,7 @@ void declare_flow_options(CLI::App &run, FlowChoice &choice)
     run.add_option_function<std::string>(
            "--flow-police",
            [&options](const std::string &text) { options.policer = policer_of(text); },
-           "Police flows: bytes a second, and at once")
+           "Drop a flow's bytes beyond these")
         ->type_name("RATE:BURST")
         ->check(CLI::Validator(
             [](const std::string &text) {
@@ -56,11 +56,11 @@ void declare_flow_options(CLI::App &run, FlowChoice &choice)
                options.idle_time = std::chrono::duration_cast<std::chrono::nanoseconds>(
                    std::chrono::duration<double>(seconds));
            },
-           "End a flow without packets for so long; 15")
+           "End a flow that is idle for so long; default 15")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 1e6).description(""))
         ->needs(flows);
-    run.add_option("--flow-buckets", options.buckets, "Chains of a new flow table; 65536")
+    run.add_option("--flow-buckets", options.buckets, "Chains of a new flow table; default 65536")
         ->type_name("N")
         ->check(CLI::Range(uint32_t{1}, services::FlowOptions::most_buckets).description(""))
         ->needs(flows);
