@@ -233,7 +233,7 @@ TEST_F(CardCommands, RefuseANameThatIsTooLongForASocket)
 {
     const std::string path = "/tmp/" + std::string(200, 's');
     expect_refusal(card({"--listen", path, "--state", CardChild::state}),
-                   path + ": is longer than the 107 bytes that a socket's name may have");
+                   path + ": cannot be made: File name too long");
 }
 
 TEST_F(CardCommands, RefuseADirectoryThatALivingCardHas)

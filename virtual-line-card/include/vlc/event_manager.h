@@ -26,6 +26,11 @@ public:
     static uint64_t slept_seconds();  // by sleep(), since the start
 };
 
+// Whether waiting for a descriptor is a reason to go on. What is watched beside the rest is served
+// when it is ready and something else runs or is waited for: it keeps no run_until() going, and a
+// stepped clock gives it no real time.
+enum class Watched { waited_for, beside };
+
 class EventManager {
 public:
     using Task = std::function<void()>;
@@ -39,7 +44,9 @@ public:
     void post(Task task);
     TimerId after(CardClock::duration delay, Task task);
     void cancel(TimerId timer);
-    void watch_readable(int descriptor, Task task); // called each time it is readable
+    // Called each time it is readable.
+    void watch_readable(int descriptor, Task task, Watched how = Watched::waited_for);
+    void when_writable(int descriptor, Task task); // once, of one that is watched
     void unwatch(int descriptor);
 
     bool step();             // runs one ready event; false when none is ready

@@ -1,16 +1,11 @@
 #include "card_link.h"
 
-#include <poll.h>
-
-#include <array>
 #include <cerrno>
 #include <system_error>
 
 namespace vlc {
 
 namespace {
-
-constexpr size_t piece_bytes = size_t{64} << 10;
 
 bool is_announcement(FrameKind kind)
 {
@@ -34,19 +29,17 @@ CardLink::CardLink(std::filesystem::path socket, PeerRole role)
 
 CardLink::Attempt CardLink::fail(Attempt how, std::string why)
 {
-    socket_.close();
+    stream_.close();
     why_ = path_.string() + ": " + why;
     return how;
 }
 
 CardLink::Attempt CardLink::connect()
 {
-    socket_ = UnixSocket::connect(path_);
-    if (!socket_.is_open())
+    if (!stream_.connect(path_))
         return fail(Attempt::absent,
                     "no card listens there: " + std::generic_category().message(errno));
     is_broken_ = false;
-    assembler_ = {};
     announcements_.clear();
     return greet();
 }
@@ -59,9 +52,9 @@ CardLink::Attempt CardLink::greet()
     Payload out;
     append_frame(out, FrameKind::hello, ++sequence_, greeting.take());
     bool sent = false;
-    const std::optional<Frame> frame = send_all(out, &sent) ? next_frame() : std::nullopt;
+    const std::optional<Frame> frame = stream_.send(out, &sent) ? stream_.next() : std::nullopt;
     if (!frame)
-        return assembler_.is_broken()
+        return stream_.is_nonsense()
                    ? fail(Attempt::refused, "what listens there speaks no protocol of a virtual "
                                             "line card")
                    : fail(Attempt::absent, "the card there did not answer");
@@ -86,35 +79,6 @@ CardLink::Attempt CardLink::greet()
     return Attempt::connected;
 }
 
-bool CardLink::send_all(const Payload &bytes, bool *any_sent)
-{
-    size_t sent = 0;
-    while (sent < bytes.size()) {
-        const ssize_t now = socket_.send_some(std::span(bytes).subspan(sent));
-        if (now < 0 || (now == 0 && !socket_.wait(POLLOUT, longest_wait)))
-            return false;
-        sent += static_cast<size_t>(now);
-        *any_sent = sent > 0;
-    }
-    return true;
-}
-
-// Nothing when the connection broke.
-std::optional<Frame> CardLink::next_frame()
-{
-    std::array<uint8_t, piece_bytes> piece;
-    for (;;) {
-        if (std::optional<Frame> frame = assembler_.next())
-            return frame;
-        if (assembler_.is_broken())
-            return std::nullopt;
-        const ssize_t got = socket_.receive_some(piece);
-        if (got < 0 || (got == 0 && !socket_.wait(POLLIN, longest_wait)))
-            return std::nullopt;
-        assembler_.feed(std::span(piece).first(static_cast<size_t>(got)));
-    }
-}
-
 CardLink::Reply CardLink::ask(FrameKind kind, std::span<const uint8_t> payload,
                               const std::function<void(const Payload &)> &on_part)
 {
@@ -123,8 +87,8 @@ CardLink::Reply CardLink::ask(FrameKind kind, std::span<const uint8_t> payload,
         return reply;
     Payload out;
     append_frame(out, kind, ++sequence_, payload);
-    if (send_all(out, &reply.was_sent)) {
-        while (std::optional<Frame> frame = next_frame()) {
+    if (stream_.send(out, &reply.was_sent)) {
+        while (std::optional<Frame> frame = stream_.next()) {
             if (is_announcement(frame->kind)) {
                 announcements_.push_back(std::move(*frame));
             } else if (frame->sequence == sequence_ && frame->kind == FrameKind::part && on_part) {
@@ -145,25 +109,22 @@ CardLink::Reply CardLink::ask(FrameKind kind, std::span<const uint8_t> payload,
 
 void CardLink::receive_announcements()
 {
-    std::array<uint8_t, piece_bytes> piece;
-    ssize_t got = 0;
-    while (is_open() && (got = socket_.receive_some(piece)) > 0)
-        assembler_.feed(std::span(piece).first(static_cast<size_t>(got)));
+    const bool is_there = !is_open() || stream_.receive();
     take_announcements();
-    if (got < 0)
+    if (!is_there)
         is_broken_ = true;
 }
 
 // Of what is read already; nothing else comes without being asked for.
 void CardLink::take_announcements()
 {
-    while (std::optional<Frame> frame = assembler_.next()) {
+    while (std::optional<Frame> frame = stream_.next_that_is_there()) {
         if (is_announcement(frame->kind))
             announcements_.push_back(std::move(*frame));
         else
             is_broken_ = true;
     }
-    if (assembler_.is_broken())
+    if (stream_.is_nonsense())
         is_broken_ = true;
 }
 

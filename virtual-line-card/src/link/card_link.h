@@ -5,16 +5,13 @@
 #include <filesystem>
 #include <functional>
 
+#include "frame_stream.h"
 #include "messages.h"
-#include "unix_socket.h"
 
 namespace vlc {
 
 class CardLink {
 public:
-    // How long a card may take for a reply before its connection counts as broken.
-    static constexpr std::chrono::seconds longest_wait{30};
-
     CardLink(std::filesystem::path socket, PeerRole role);
 
     enum class Attempt {
@@ -25,11 +22,11 @@ public:
     };
     Attempt connect(); // why() says why not
     const std::string &why() const { return why_; }
-    void close() { socket_.close(); }
+    void close() { stream_.close(); }
 
-    bool is_open() const { return socket_.is_open() && !is_broken_; }
+    bool is_open() const { return stream_.is_open() && !is_broken_; }
     // Stays taken until close(), also when the connection has broken.
-    int descriptor() const { return socket_.descriptor(); }
+    int descriptor() const { return stream_.descriptor(); }
     const std::filesystem::path &path() const { return path_; }
     const CardHello &card() const { return card_; } // what it said at the last connection
 
@@ -46,17 +43,14 @@ public:
     std::optional<Frame> next_announcement();
 
 private:
-    bool send_all(const Payload &bytes, bool *any_sent);
-    std::optional<Frame> next_frame();
     void take_announcements();
     Attempt greet();
     Attempt fail(Attempt how, std::string why);
 
     std::filesystem::path path_;
     PeerRole role_;
-    UnixSocket socket_;
+    FrameStream stream_;
     bool is_broken_ = false;
-    FrameAssembler assembler_;
     std::deque<Frame> announcements_;
     uint32_t sequence_ = 0;
     CardHello card_;

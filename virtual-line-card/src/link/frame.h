@@ -32,13 +32,17 @@ enum class FrameKind : uint32_t {
     flows,
     flow_activity,
     dynamic_counters,
-    go_on, // with the packets behind a miss
+    go_on,       // with the packets behind a miss
+    console_ask, // of a host's console
+    console_follow,
     // from the card
     reply = 0x100,
     part,    // of a reply that is longer than a frame: comes before it
     refusal, // instead of a reply: why, as a text; the connection ends
     prm_event = 0x200,
-    answers_waiting
+    answers_waiting,
+    // from a host's console
+    console_line = 0x300
 };
 
 struct Frame {

@@ -14,7 +14,8 @@ namespace vlc {
 constexpr std::string_view link_magic = "vlc-link";
 constexpr uint32_t link_version = 3;
 
-enum class PeerRole : uint8_t { host = 1, reader = 2 };
+// An asker is at a host, the others at a card.
+enum class PeerRole : uint8_t { host = 1, reader = 2, asker = 3 };
 
 // The first message of each side. A magic and a version come first in every version.
 struct ClientHello {

@@ -9,7 +9,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <optional>
 #include <string>
 #include <system_error>
 
@@ -31,18 +30,38 @@ constexpr int waiting_connections = 16;
     fail(path, what + ": " + std::generic_category().message(errno));
 }
 
-std::optional<sockaddr_un> address_of(const std::filesystem::path &path)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    const std::string name = path.string();
-    if (name.size() >= sizeof address.sun_path) {
-        errno = ENAMETOOLONG;
-        return std::nullopt;
+// A path as a socket's address. Where it is longer than an address holds, its directory is named by
+// a descriptor, which stays open as long as this.
+class SocketAddress {
+public:
+    explicit SocketAddress(const std::filesystem::path &path)
+    {
+        std::string name = path.string();
+        if (name.size() >= sizeof address_.sun_path) {
+            const std::filesystem::path parent = path.has_parent_path() ? path.parent_path() : ".";
+            directory_ = UnixSocket(open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+            if (!directory_.is_open())
+                return;
+            name = "/proc/self/fd/" + std::to_string(directory_.descriptor()) + "/" +
+                   path.filename().string();
+        }
+        if (name.size() >= sizeof address_.sun_path) {
+            errno = ENAMETOOLONG;
+            return;
+        }
+        address_.sun_family = AF_UNIX;
+        std::memcpy(address_.sun_path, name.c_str(), name.size());
+        fits_ = true;
     }
-    std::memcpy(address.sun_path, name.c_str(), name.size());
-    return address;
-}
+    bool fits() const { return fits_; } // otherwise errno says why
+    const sockaddr *generic() const { return reinterpret_cast<const sockaddr *>(&address_); }
+    socklen_t size() const { return sizeof address_; }
+
+private:
+    sockaddr_un address_{};
+    UnixSocket directory_; // closes it
+    bool fits_ = false;
+};
 
 UnixSocket new_socket()
 {
@@ -52,11 +71,6 @@ UnixSocket new_socket()
     // Never a standard descriptor, even when the program was started without them.
     const UnixSocket low(made);
     return UnixSocket(fcntl(made, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
-const sockaddr *generic(const sockaddr_un &address)
-{
-    return reinterpret_cast<const sockaddr *>(&address);
 }
 
 void remove_dead_socket(const std::filesystem::path &path)
@@ -71,7 +85,7 @@ void remove_dead_socket(const std::filesystem::path &path)
     if (errno != ECONNREFUSED)
         fail_with_error(path, "is there already and cannot be looked at");
     if (unlink(path.c_str()) != 0)
-        fail_with_error(path, "what a dead card left cannot be removed");
+        fail_with_error(path, "what a dead process left cannot be removed");
 }
 
 } // namespace
@@ -93,13 +107,13 @@ void UnixSocket::close()
 
 UnixSocket UnixSocket::connect(const std::filesystem::path &path)
 {
-    const std::optional<sockaddr_un> address = address_of(path);
-    UnixSocket made = address ? new_socket() : UnixSocket();
+    const SocketAddress address(path);
+    UnixSocket made = address.fits() ? new_socket() : UnixSocket();
     if (!made.is_open())
         return made;
     int outcome = 0;
     do {
-        outcome = ::connect(made.descriptor(), generic(*address), sizeof *address);
+        outcome = ::connect(made.descriptor(), address.generic(), address.size());
     } while (outcome != 0 && errno == EINTR);
     const int error = errno;
     if (outcome != 0)
@@ -146,13 +160,12 @@ bool UnixSocket::wait(short what, std::chrono::milliseconds most) const
 
 ListeningSocket::ListeningSocket(std::filesystem::path path) : path_(std::move(path))
 {
-    const std::optional<sockaddr_un> address = address_of(path_);
-    if (!address)
-        fail(path_, "is longer than the " + std::to_string(sizeof(sockaddr_un::sun_path) - 1) +
-                        " bytes that a socket's name may have");
+    const SocketAddress address(path_);
+    if (!address.fits())
+        fail_with_error(path_, "cannot be made");
     remove_dead_socket(path_);
     socket_ = new_socket();
-    if (!socket_.is_open() || bind(socket_.descriptor(), generic(*address), sizeof *address) != 0)
+    if (!socket_.is_open() || bind(socket_.descriptor(), address.generic(), address.size()) != 0)
         fail_with_error(path_, "cannot be made");
     struct stat made {};
     if (lstat(path_.c_str(), &made) == 0) {

@@ -3,6 +3,7 @@
 // the kernel's clock, which makes the order against posts depend on the machine.
 #include "vlc/event_manager.h"
 
+#include <algorithm>
 #include <map>
 #include <mutex>
 #include <set>
@@ -39,8 +40,10 @@ struct EventManager::State {
     struct Watch {
         asio::posix::stream_descriptor descriptor;
         Task task;
+        Watched how;
 
-        Watch(asio::io_context &io, int number, Task what) : descriptor(io), task(std::move(what))
+        Watch(asio::io_context &io, int number, Task what, Watched as)
+            : descriptor(io), task(std::move(what)), how(as)
         {
             descriptor.assign(number);
         }
@@ -75,6 +78,7 @@ struct EventManager::State {
     void post_due_timers();
     void run_timer(TimerId timer);
     void wait_for(const std::shared_ptr<Watch> &watch);
+    bool has_descriptors_to_wait_for() const;
     void wait_for_an_event();
 };
 
@@ -112,6 +116,12 @@ void EventManager::State::wait_for(const std::shared_ptr<Watch> &watch)
                                  });
 }
 
+bool EventManager::State::has_descriptors_to_wait_for() const
+{
+    return std::ranges::any_of(
+        watches, [](const auto &watch) { return watch.second->how == Watched::waited_for; });
+}
+
 // With nothing ready: until a descriptor is, or the first timer is due.
 void EventManager::State::wait_for_an_event()
 {
@@ -122,7 +132,7 @@ void EventManager::State::wait_for_an_event()
     const auto left = waiting.begin()->first.first - CardClock::now();
     if (CardClock::mode() == ClockMode::stepped) {
         // What a descriptor's other end is about to do takes real time, of which none passes here.
-        if (watches.empty() || io.run_one_for(real_time_for_others) == 0)
+        if (!has_descriptors_to_wait_for() || io.run_one_for(real_time_for_others) == 0)
             CardClock::advance(left);
     } else if (left.count() > 0) {
         io.run_one_for(left);
@@ -170,12 +180,24 @@ void EventManager::cancel(TimerId timer)
         state_->waiting.erase({due_time.mapped(), timer});
 }
 
-void EventManager::watch_readable(int descriptor, Task task)
+void EventManager::watch_readable(int descriptor, Task task, Watched how)
 {
     unwatch(descriptor);
-    auto watch = std::make_shared<State::Watch>(state_->io, descriptor, std::move(task));
+    auto watch = std::make_shared<State::Watch>(state_->io, descriptor, std::move(task), how);
     state_->watches.emplace(descriptor, watch);
     state_->wait_for(watch);
+}
+
+void EventManager::when_writable(int descriptor, Task task)
+{
+    State *state = state_.get();
+    const std::shared_ptr<State::Watch> watch = state->watches.at(descriptor);
+    watch->descriptor.async_wait(asio::posix::stream_descriptor::wait_write,
+                                 [state, watched = std::weak_ptr(watch),
+                                  task = std::move(task)](const boost::system::error_code &error) {
+                                     if (!watched.expired() && !error)
+                                         state->run(task);
+                                 });
 }
 
 void EventManager::unwatch(int descriptor)
@@ -207,7 +229,7 @@ bool EventManager::run_until(const std::function<bool()> &done)
     while (!done()) {
         if (step())
             continue;
-        if (state_->waiting.empty() && state_->watches.empty())
+        if (state_->waiting.empty() && !state_->has_descriptors_to_wait_for())
             return false;
         state_->wait_for_an_event();
     }
