@@ -10,6 +10,7 @@
 #include "vlc/card_access.h"
 #include "vlc/card_config.h"
 #include "vlc/event_manager.h"
+#include "vlc/host_console.h"
 #include "vlc/np_store.h"
 #include "vlc/prm.h"
 #include "vlc/prm_ledger.h"
@@ -38,6 +39,7 @@ public:
 
     const CardConfig &config() const;
     EventManager &events();
+    HostConsole &console();
     Window &window();
     uint32_t window_id() const; // what a host puts into its context as shmwin_id
     NpStore &nps();             // these two of a card in this process alone

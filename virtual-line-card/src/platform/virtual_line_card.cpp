@@ -72,6 +72,7 @@ struct VirtualLineCard::State {
     std::unique_ptr<OwnCard> own;
     Window window;
     EventManager events;
+    HostConsole console{directory, events};
     std::unique_ptr<DistantCard> distant;
     PrmClient client;
     FlowScan flow_scan;
@@ -165,6 +166,11 @@ const CardConfig &VirtualLineCard::config() const
 EventManager &VirtualLineCard::events()
 {
     return state_->events;
+}
+
+HostConsole &VirtualLineCard::console()
+{
+    return state_->console;
 }
 
 Window &VirtualLineCard::window()
