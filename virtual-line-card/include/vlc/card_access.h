@@ -8,6 +8,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include "vlc/card_config.h"
 #include "vlc/data_plane.h"
@@ -46,6 +47,10 @@ public:
     virtual void for_each_unread_answer(const VisitAnswer &visit) = 0;
     // By the counter's place in the bank, 0 to CounterBank::count - 1.
     virtual PacketCount counter(uint32_t np, uint32_t place) = 0;
+    // All of the bank, by place.
+    virtual std::vector<PacketCount> counters(uint32_t np) = 0;
+    // What became of the NP's packets since its state was made.
+    virtual NpTotals totals(uint32_t np) = 0;
 };
 
 // A card that runs.

@@ -11,24 +11,10 @@
 #include "vlc/encapsulated_packet.h"
 #include "vlc/interface_map.h"
 #include "vlc/np_store.h"
+#include "vlc/np_totals.h"
 #include "vlc/packet.h"
 
 namespace vlc {
-
-struct NpTotals {
-    uint64_t packets = 0;
-    uint64_t bytes = 0;
-    uint64_t hits[table_kinds] = {};
-    uint64_t uncounted_hits = 0; // the entry's result carries no counter of the region
-    // Packets that left encapsulated instead of being looked up further, and those that no IPv4
-    // packet can hold, which are dropped.
-    uint64_t encapsulated_packets = 0;
-    uint64_t encapsulated_bytes = 0; // as they left
-    uint64_t too_long_packets = 0;
-    // Dropped by a flow's policer: they are looked up no further.
-    uint64_t policed_packets = 0;
-    uint64_t policed_bytes = 0;
-};
 
 struct DataPlaneTotals {
     uint64_t packets = 0;        // every one given in
@@ -66,12 +52,14 @@ public:
     uint32_t np_of(const FiveTuple &tuple) const noexcept; // a hash of the 5-tuple
 
 private:
+    class Counting;
     enum class FlowFate { missed, goes_on, dropped };
-    FlowFate meet_flow(Np &np, NpTotals &totals, const CapturedPacket &packet,
+    FlowFate meet_flow(Np &np, Counting &count, const CapturedPacket &packet,
                        const FlowMiss &seen) noexcept;
     enum class Fate { goes_on, encapsulated };
-    Fate meet_service(Np &np, NpTotals &totals, const CapturedPacket &packet,
+    Fate meet_service(Np &np, Counting &count, const CapturedPacket &packet,
                       const ParsedPacket &parsed) noexcept;
+    bool look_up(Np &np, Counting &count, TableKind kind, Bytes key, uint32_t wire_length) noexcept;
 
     NpStore &nps_;
     CardConfig config_;

@@ -41,6 +41,11 @@ public:
     void for_each_counter_run(uint32_t np, const VisitRun &visit) override;
     void for_each_unread_answer(const VisitAnswer &visit) override;
     PacketCount counter(uint32_t np, uint32_t place) override;
+    std::vector<PacketCount> counters(uint32_t np_number) override
+    {
+        return np(np_number).counters().read_all();
+    }
+    NpTotals totals(uint32_t np_number) override { return np(np_number).totals().read(); }
 
     bool process(const CapturedPacket &packet) override;
     void on_output(Output output) override { plane_.on_output(std::move(output)); }

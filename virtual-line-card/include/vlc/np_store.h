@@ -12,14 +12,13 @@
 #include "vlc/card_config.h"
 #include "vlc/count_cell.h"
 #include "vlc/dynamic_counters.h"
+#include "vlc/np_totals.h"
 #include "vlc/state_directory.h"
+#include "vlc/table_kind.h"
 
 namespace vlc {
 
 using Bytes = std::span<const uint8_t>;
-
-enum class TableKind : uint8_t { service_config = 0, ext_conf = 1, flow = 2 };
-inline constexpr uint32_t table_kinds = 3;
 
 // One row of an NP's table as the hardware has it.
 struct TableRow {
@@ -133,6 +132,7 @@ public:
     static int64_t place(uint32_t number) noexcept;
     void add(uint32_t place, uint32_t bytes) noexcept { counters_[place].add(bytes); }
     PacketCount read(uint32_t place) const noexcept { return counters_[place].read(); }
+    std::vector<PacketCount> read_all() const;
     PacketCount read_and_clear(uint32_t place) noexcept;
     void clear();
 
@@ -149,6 +149,8 @@ public:
     const CounterBank &counters() const { return counters_; }
     DynamicCounters &dynamic_counters() { return dynamic_counters_; }
     const DynamicCounters &dynamic_counters() const { return dynamic_counters_; }
+    KeptNpTotals &totals() { return *totals_; }
+    const KeptNpTotals &totals() const { return *totals_; }
 
     Np(const StateDirectory &directory, uint32_t number, const CardConfig &config);
     ~Np();
@@ -163,6 +165,7 @@ private:
     NpTable tables_[table_kinds];
     CounterBank counters_;
     DynamicCounters dynamic_counters_;
+    KeptNpTotals *totals_ = nullptr;
 };
 
 // All NPs of a card. An existing directory keeps its number of NPs and its capacities: opening it

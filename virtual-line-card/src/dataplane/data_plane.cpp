@@ -29,27 +29,6 @@ constexpr size_t action_place = 0;
 constexpr size_t counter_place = 1;
 constexpr size_t counter_bytes = 3;
 
-// Whether the table has the key. A row that counts is counted on.
-bool look_up(Np &np, NpTotals &totals, TableKind kind, Bytes key, bool unswapped,
-             uint32_t wire_length) noexcept
-{
-    const TableRow *row = np.table(kind).find(key);
-    if (row == nullptr) {
-        return false;
-    }
-    ++totals.hits[static_cast<size_t>(kind)];
-    np.table(kind).count_hit(*row, wire_length);
-    const Bytes result = row->result_span();
-    const bool counts = !result.empty() && result[action_place] == lookup_keys::count_action;
-    const int64_t place = counts ? CounterBank::place(counter_in_result(result, unswapped)) : -1;
-    if (place < 0) {
-        ++totals.uncounted_hits;
-    } else {
-        np.counters().add(static_cast<uint32_t>(place), wire_length);
-    }
-    return true;
-}
-
 flow_layout::Key flow_key(const FiveTuple &tuple) noexcept
 {
     return flow_layout::key_of({.source = tuple.source,
@@ -103,6 +82,52 @@ uint32_t counter_in_result(Bytes result, bool unswapped) noexcept
     return unswapped ? first << 8 | second << 16 | third << 24 : first << 16 | second << 8 | third;
 }
 
+// Where a packet is counted: for this process, and in the NP's file for whoever comes later.
+class DataPlane::Counting {
+public:
+    Counting(NpTotals &here, KeptNpTotals &kept) : here_(here), kept_(kept) {}
+
+    void take(uint32_t bytes) noexcept { count(here_.packets, here_.bytes, kept_.taken, bytes); }
+    void hit(TableKind kind, uint32_t bytes) noexcept
+    {
+        ++here_.hits[static_cast<size_t>(kind)];
+        kept_.hits[static_cast<size_t>(kind)].add(bytes);
+    }
+    void uncounted_hit(uint32_t bytes) noexcept
+    {
+        ++here_.uncounted_hits;
+        kept_.uncounted_hits.add(bytes);
+    }
+    void miss(uint32_t bytes) noexcept
+    {
+        count(here_.missed_packets, here_.missed_bytes, kept_.missed, bytes);
+    }
+    void encapsulate(uint32_t bytes) noexcept
+    {
+        count(here_.encapsulated_packets, here_.encapsulated_bytes, kept_.encapsulated, bytes);
+    }
+    void too_long(uint32_t bytes) noexcept
+    {
+        ++here_.too_long_packets;
+        kept_.too_long.add(bytes);
+    }
+    void police(uint32_t bytes) noexcept
+    {
+        count(here_.policed_packets, here_.policed_bytes, kept_.policed, bytes);
+    }
+
+private:
+    static void count(uint64_t &packets, uint64_t &sum, CountCell &kept, uint32_t bytes) noexcept
+    {
+        ++packets;
+        sum += bytes;
+        kept.add(bytes);
+    }
+
+    NpTotals &here_;
+    KeptNpTotals &kept_;
+};
+
 DataPlane::DataPlane(NpStore &nps, const CardConfig &config)
     : nps_(nps), config_(config), unswapped_(takes_counters_unswapped(config.card_type))
 {
@@ -130,6 +155,8 @@ void DataPlaneTotals::add(const DataPlaneTotals &more)
         for (size_t kind = 0; kind < table_kinds; ++kind)
             nps[np].hits[kind] += more.nps[np].hits[kind];
         nps[np].uncounted_hits += more.nps[np].uncounted_hits;
+        nps[np].missed_packets += more.nps[np].missed_packets;
+        nps[np].missed_bytes += more.nps[np].missed_bytes;
         nps[np].encapsulated_packets += more.nps[np].encapsulated_packets;
         nps[np].encapsulated_bytes += more.nps[np].encapsulated_bytes;
         nps[np].too_long_packets += more.nps[np].too_long_packets;
@@ -149,7 +176,7 @@ uint32_t DataPlane::np_of(const FiveTuple &tuple) const noexcept
 }
 
 // A packet meets the flow of its 5-tuple, which is programmed on the way when somebody wants to.
-DataPlane::FlowFate DataPlane::meet_flow(Np &np, NpTotals &totals, const CapturedPacket &packet,
+DataPlane::FlowFate DataPlane::meet_flow(Np &np, Counting &count, const CapturedPacket &packet,
                                          const FlowMiss &seen) noexcept
 {
     NpTable &table = np.table(TableKind::flow);
@@ -165,7 +192,7 @@ DataPlane::FlowFate DataPlane::meet_flow(Np &np, NpTotals &totals, const Capture
     if (row == nullptr) {
         return FlowFate::missed;
     }
-    ++totals.hits[static_cast<size_t>(TableKind::flow)];
+    count.hit(TableKind::flow, packet.wire_length);
     table.count_hit(*row, packet.wire_length);
     FlowCell &cell = table.flow_cell(*row);
     FlowCell::State state = cell.read();
@@ -183,8 +210,7 @@ DataPlane::FlowFate DataPlane::meet_flow(Np &np, NpTotals &totals, const Capture
         }
     }
     if (!conforms) {
-        ++totals.policed_packets;
-        totals.policed_bytes += packet.wire_length;
+        count.police(packet.wire_length);
     }
     return conforms ? FlowFate::goes_on : FlowFate::dropped;
 }
@@ -203,7 +229,7 @@ std::optional<FlowMiss> DataPlane::flow_miss(const CapturedPacket &packet) const
 }
 
 // A packet meets the entry of the interface that it enters on.
-DataPlane::Fate DataPlane::meet_service(Np &np, NpTotals &totals, const CapturedPacket &packet,
+DataPlane::Fate DataPlane::meet_service(Np &np, Counting &count, const CapturedPacket &packet,
                                         const ParsedPacket &parsed) noexcept
 {
     const InterfaceConfig *interface = interfaces_.find(packet, parsed);
@@ -221,12 +247,11 @@ DataPlane::Fate DataPlane::meet_service(Np &np, NpTotals &totals, const Captured
     }
     const uint32_t length = encapsulated_length(parsed);
     if (length == 0) {
-        ++totals.too_long_packets;
+        count.too_long(packet.wire_length);
         return Fate::encapsulated;
     }
     table.count_hit(*row, length);
-    ++totals.encapsulated_packets;
-    totals.encapsulated_bytes += length;
+    count.encapsulate(length);
     if (output_) {
         output_(encapsulate(parsed, packet.nanoseconds,
                             {.source = wanted->source,
@@ -235,6 +260,27 @@ DataPlane::Fate DataPlane::meet_service(Np &np, NpTotals &totals, const Captured
                              .destination_port = wanted->destination_port}));
     }
     return Fate::encapsulated;
+}
+
+// Whether the table has the key. A row that counts is counted on.
+bool DataPlane::look_up(Np &np, Counting &count, TableKind kind, Bytes key,
+                        uint32_t wire_length) noexcept
+{
+    const TableRow *row = np.table(kind).find(key);
+    if (row == nullptr) {
+        return false;
+    }
+    count.hit(kind, wire_length);
+    np.table(kind).count_hit(*row, wire_length);
+    const Bytes result = row->result_span();
+    const bool counts = !result.empty() && result[action_place] == lookup_keys::count_action;
+    const int64_t place = counts ? CounterBank::place(counter_in_result(result, unswapped_)) : -1;
+    if (place < 0) {
+        count.uncounted_hit(wire_length);
+    } else {
+        np.counters().add(static_cast<uint32_t>(place), wire_length);
+    }
+    return true;
 }
 
 void DataPlane::process(const CapturedPacket &packet) noexcept
@@ -249,24 +295,23 @@ void DataPlane::process(const CapturedPacket &packet) noexcept
     const FiveTuple &tuple = parsed.tuple;
     const uint32_t np_number = np_of(tuple);
     Np &np = nps_[np_number];
-    NpTotals &totals = totals_.nps[np_number];
-    ++totals.packets;
-    totals.bytes += packet.wire_length;
+    Counting count(totals_.nps[np_number], np.totals());
+    count.take(packet.wire_length);
 
     const FlowFate flow =
-        meet_flow(np, totals, packet, {tuple, np_number, packet.wire_length, packet.nanoseconds});
+        meet_flow(np, count, packet, {tuple, np_number, packet.wire_length, packet.nanoseconds});
     if (flow == FlowFate::dropped ||
-        meet_service(np, totals, packet, parsed) == Fate::encapsulated) {
+        meet_service(np, count, packet, parsed) == Fate::encapsulated) {
         return;
     }
     const auto destination =
         lookup_keys::destination_key(tuple.protocol, tuple.destination, tuple.destination_port);
     const auto address = lookup_keys::address_key(tuple.destination);
     const bool hit_destination =
-        look_up(np, totals, TableKind::service_config, destination, unswapped_, packet.wire_length);
-    const bool hit_address =
-        look_up(np, totals, TableKind::ext_conf, address, unswapped_, packet.wire_length);
+        look_up(np, count, TableKind::service_config, destination, packet.wire_length);
+    const bool hit_address = look_up(np, count, TableKind::ext_conf, address, packet.wire_length);
     if (!hit_destination && !hit_address && flow == FlowFate::missed) {
+        count.miss(packet.wire_length);
         ++totals_.missed_packets;
         totals_.missed_bytes += packet.wire_length;
     }

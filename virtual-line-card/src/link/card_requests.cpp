@@ -71,6 +71,8 @@ constexpr CardRequests::Handler CardRequests::handlers[] = {
     {FrameKind::dynamic_counters, true, &CardRequests::counter_runs},
     {FrameKind::answers, true, &CardRequests::answers},
     {FrameKind::counter, true, &CardRequests::counter},
+    {FrameKind::counters, true, &CardRequests::counters},
+    {FrameKind::np_totals, true, &CardRequests::np_totals},
 };
 
 CardRequests::CardRequests(Hardware &hardware)
@@ -327,6 +329,24 @@ void CardRequests::counter_runs(WireReader &in, WireWriter &, const Part &part)
     Parts parts(part);
     for_each_counter_run(*np, [&parts](const CounterRun &run) { parts.add(run); });
     parts.finish();
+}
+
+void CardRequests::counters(WireReader &in, WireWriter &, const Part &part)
+{
+    const Np *np = np_in(in);
+    if (!in.is_whole())
+        return;
+    Parts parts(part);
+    for (const PacketCount &count : np->counters().read_all())
+        parts.add(count);
+    parts.finish();
+}
+
+void CardRequests::np_totals(WireReader &in, WireWriter &out, const Part &)
+{
+    const Np *np = np_in(in);
+    if (in.is_whole())
+        put(out, np->totals().read());
 }
 
 void CardRequests::take_counters(WireReader &in, WireWriter &out, const Part &)

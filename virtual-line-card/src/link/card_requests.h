@@ -42,6 +42,8 @@ private:
     void go_on(WireReader &in, WireWriter &out, const Part &part);
     void answers(WireReader &in, WireWriter &out, const Part &part);
     void counter(WireReader &in, WireWriter &out, const Part &part);
+    void counters(WireReader &in, WireWriter &out, const Part &part);
+    void np_totals(WireReader &in, WireWriter &out, const Part &part);
 
     const Np *np_in(WireReader &in) const;
     void process_waiting(bool is_first_known, WireWriter &out, const Part &part);

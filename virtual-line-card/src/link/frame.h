@@ -35,6 +35,8 @@ enum class FrameKind : uint32_t {
     go_on,       // with the packets behind a miss
     console_ask, // of a host's console
     console_follow,
+    counters,
+    np_totals,
     // from the card
     reply = 0x100,
     part,    // of a reply that is longer than a frame: comes before it

@@ -10,6 +10,19 @@ constexpr size_t most_nps = 8;
 
 // Every number of the totals, in one order for both directions.
 template <typename Totals, typename Visit>
+void for_each_number_of_np(Totals &np, const Visit &visit)
+{
+    visit(np.packets);
+    visit(np.bytes);
+    for (auto &hits : np.hits)
+        visit(hits);
+    for (auto *number :
+         {&np.uncounted_hits, &np.missed_packets, &np.missed_bytes, &np.encapsulated_packets,
+          &np.encapsulated_bytes, &np.too_long_packets, &np.policed_packets, &np.policed_bytes})
+        visit(*number);
+}
+
+template <typename Totals, typename Visit>
 void for_each_number(Totals &totals, const Visit &visit)
 {
     for (auto *number :
@@ -17,18 +30,8 @@ void for_each_number(Totals &totals, const Visit &visit)
         visit(*number);
     for (auto &number : totals.unreadable)
         visit(number);
-    for (auto &np : totals.nps) {
-        visit(np.packets);
-        visit(np.bytes);
-        for (auto &hits : np.hits)
-            visit(hits);
-        visit(np.uncounted_hits);
-        visit(np.encapsulated_packets);
-        visit(np.encapsulated_bytes);
-        visit(np.too_long_packets);
-        visit(np.policed_packets);
-        visit(np.policed_bytes);
-    }
+    for (auto &np : totals.nps)
+        for_each_number_of_np(np, visit);
 }
 
 std::span<const uint8_t> bytes_of(std::string_view text)
@@ -211,6 +214,16 @@ void get(WireReader &reader, StoredAnswer &answer)
     reader.into(answer.result_len);
     reader.into(answer.key, answer.key_len);
     reader.into(answer.result, answer.result_len);
+}
+
+void put(WireWriter &writer, const NpTotals &totals)
+{
+    for_each_number_of_np(totals, [&writer](uint64_t number) { writer.number(number); });
+}
+
+void get(WireReader &reader, NpTotals &totals)
+{
+    for_each_number_of_np(totals, [&reader](uint64_t &number) { reader.into(number); });
 }
 
 void put(WireWriter &writer, const DataPlaneTotals &totals)

@@ -12,7 +12,7 @@
 namespace vlc {
 
 constexpr std::string_view link_magic = "vlc-link";
-constexpr uint32_t link_version = 3;
+constexpr uint32_t link_version = 4;
 
 // An asker is at a host, the others at a card.
 enum class PeerRole : uint8_t { host = 1, reader = 2, asker = 3 };
@@ -56,6 +56,8 @@ void put(WireWriter &writer, const PacketWishes &wishes);
 void get(WireReader &reader, PacketWishes &wishes);
 void put(WireWriter &writer, const StoredAnswer &answer);
 void get(WireReader &reader, StoredAnswer &answer);
+void put(WireWriter &writer, const NpTotals &totals);
+void get(WireReader &reader, NpTotals &totals);
 void put(WireWriter &writer, const DataPlaneTotals &totals);
 void get(WireReader &reader, DataPlaneTotals &totals);
 // The bytes of a packet that was read stay where they came from.

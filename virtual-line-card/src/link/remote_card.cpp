@@ -158,6 +158,29 @@ PacketCount RemoteCard::counter(uint32_t np, uint32_t place)
     return {packets, bytes};
 }
 
+std::vector<PacketCount> RemoteCard::counters(uint32_t np)
+{
+    std::vector<PacketCount> counts;
+    WireWriter request = np_request(np);
+    look_at_np(FrameKind::counters, np, request,
+               [&](WireReader &reader) { get(reader, counts.emplace_back()); });
+    if (counts.size() != CounterBank::count)
+        throw StateError(link_.path().string() + ": the card sent a bank of " +
+                         std::to_string(counts.size()) + " counters, which cannot be");
+    return counts;
+}
+
+NpTotals RemoteCard::totals(uint32_t np)
+{
+    require_np(np);
+    const Payload reply = look(FrameKind::np_totals, np_request(np).take());
+    WireReader reader(reply);
+    NpTotals totals;
+    get(reader, totals);
+    require_fits(reader, "an NP's totals");
+    return totals;
+}
+
 void RemoteCard::on_output(Output output)
 {
     send_packets(); // those of before go where they went
@@ -296,6 +319,8 @@ public:
         card_.for_each_unread_answer(visit);
     }
     PacketCount counter(uint32_t np, uint32_t place) override { return card_.counter(np, place); }
+    std::vector<PacketCount> counters(uint32_t np) override { return card_.counters(np); }
+    NpTotals totals(uint32_t np) override { return card_.totals(np); }
 
 private:
     static const CardLink &connected(CardLink &link)

@@ -60,6 +60,16 @@ public:
         return Np(directory_, checked(np), config()).counters().read(place);
     }
 
+    std::vector<PacketCount> counters(uint32_t np) override
+    {
+        return Np(directory_, checked(np), config()).counters().read_all();
+    }
+
+    NpTotals totals(uint32_t np) override
+    {
+        return Np(directory_, checked(np), config()).totals().read();
+    }
+
 private:
     uint32_t checked(uint32_t np) const
     {

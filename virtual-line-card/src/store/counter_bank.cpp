@@ -16,6 +16,16 @@ int64_t CounterBank::place(uint32_t number) noexcept
     return -1;
 }
 
+std::vector<PacketCount> CounterBank::read_all() const
+{
+    std::vector<PacketCount> counts;
+    counts.reserve(count);
+    for (uint32_t place = 0; place < count; ++place) {
+        counts.push_back(read(place));
+    }
+    return counts;
+}
+
 PacketCount CounterBank::read_and_clear(uint32_t place) noexcept
 {
     const PacketCount counted = read(place);

@@ -10,7 +10,7 @@ namespace vlc {
 
 namespace {
 
-constexpr FileKind np_kind{2, 3, "a network processor's"};
+constexpr FileKind np_kind{2, 4, "a network processor's"};
 constexpr uint32_t most_nps = 8;
 constexpr uint64_t counter_bytes = uint64_t{CounterBank::count} * sizeof(CountCell);
 
@@ -112,6 +112,7 @@ struct Np::Layout {
     uint64_t tables[table_kinds] = {};
     uint64_t hits[table_kinds] = {};
     uint64_t counters = 0;
+    uint64_t totals = 0;
     uint64_t flow_cells = 0;
     uint64_t dynamic_cells = 0;
     uint64_t dynamic_marks = 0;
@@ -133,6 +134,7 @@ struct Np::Layout {
         put_hits(TableKind::ext_conf);
         put_table(TableKind::flow);
         put_hits(TableKind::flow);
+        totals = put(sizeof(KeptNpTotals));
         flow_cells = put(NpTable::flow_bytes_for(config.flow_capacity));
         dynamic_cells = put(DynamicCounters::cell_bytes_for(config.dynamic_counters));
         dynamic_marks = put(DynamicCounters::mark_bytes_for(config.dynamic_counters));
@@ -176,6 +178,7 @@ const char *Np::attach(std::byte *file, const Layout &layout, const CardConfig &
         }
     }
     counters_.counters_ = object_at<CountCell>(file, layout.counters);
+    totals_ = object_at<KeptNpTotals>(file, layout.totals);
     return dynamic_counters_.attach(file + layout.dynamic_cells, file + layout.dynamic_marks,
                                     config.dynamic_counters);
 }

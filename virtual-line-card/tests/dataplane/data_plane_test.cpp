@@ -4,6 +4,7 @@
 #include <optional>
 #include <set>
 
+#include "kept_totals.h"
 #include "lookup_keys.h"
 #include "test_packets.h"
 #include "vlc/data_plane.h"
@@ -43,16 +44,20 @@ class DataPlaneTest : public testing::Test {
 protected:
     void open(uint16_t num_nps, uint32_t card_type = other_card)
     {
-        CardConfig config;
-        config.card_type = card_type;
-        config.num_nps = num_nps;
+        config_.card_type = card_type;
+        config_.num_nps = num_nps;
+        directory_.emplace();
+        reopen();
+    }
+
+    void reopen()
+    {
         plane_.reset();
         nps_.reset();
         state_.reset();
-        directory_.emplace();
         state_.emplace(directory_->file("state"), vlc::Access::read_write);
-        nps_.emplace(*state_, config);
-        plane_.emplace(*nps_, config);
+        nps_.emplace(*state_, config_);
+        plane_.emplace(*nps_, config_);
     }
 
     void program(TableKind kind, Bytes key, Bytes result)
@@ -103,10 +108,13 @@ protected:
             sum.hits[0] += np.hits[0];
             sum.hits[1] += np.hits[1];
             sum.uncounted_hits += np.uncounted_hits;
+            sum.missed_packets += np.missed_packets;
+            sum.missed_bytes += np.missed_bytes;
         }
         return sum;
     }
 
+    CardConfig config_;
     std::optional<test_packets::TemporaryDirectory> directory_;
     std::optional<vlc::StateDirectory> state_;
     std::optional<vlc::NpStore> nps_;
@@ -165,6 +173,37 @@ TEST_F(DataPlaneTest, PacketsWithoutPortsAreLookedUpUnderPortZero)
     expect_count(counted(counter), 1);
     expect_count(counted(other_counter), 1);
     EXPECT_EQ(totals().missed_packets, 1u);
+}
+
+TEST_F(DataPlaneTest, EachNpKeepsWhatBecameOfItsPackets)
+{
+    open(2);
+    program_destination(5678, result_of(counter, Order::network));
+    program_address(result_of(0, Order::network)); // no counter's number
+    send(UDP_5678);
+    send(ICMP);
+    process(test_packets::from_hex(
+        MACS "0800 4500 0020 0001 0000 40 11 0000 0a000001 0a0000ff 04d2162e 000c0000 61626364"));
+    EXPECT_EQ(sum_of_nps().uncounted_hits, 2u);
+    EXPECT_EQ(sum_of_nps().missed_packets, 1u);
+    EXPECT_EQ(sum_of_nps().missed_bytes, uint64_t{wire_length});
+    test_packets::expect_kept(*nps_, totals());
+}
+
+TEST_F(DataPlaneTest, AnNpGoesOnCountingItsPacketsAfterARestartAndAClearedTable)
+{
+    open(1);
+    program_destination(5678, result_of(counter, Order::network));
+    send(UDP_5678);
+    (*nps_)[0].table(TableKind::service_config).clear();
+    reopen();
+    send(UDP_5678);
+    const NpTotals kept = (*nps_)[0].totals().read();
+    EXPECT_EQ(kept.packets, 2u);
+    EXPECT_EQ(kept.bytes, 2 * uint64_t{wire_length});
+    EXPECT_EQ(kept.hits[0], 1u);
+    EXPECT_EQ(kept.missed_packets, 1u);
+    EXPECT_EQ(totals().nps[0].packets, 1u);
 }
 
 TEST_F(DataPlaneTest, BothByteOrdersOfACounterAreTheSameCounter)

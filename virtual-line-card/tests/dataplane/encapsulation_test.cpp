@@ -9,6 +9,7 @@
 #include <tins/tins.h>
 
 #include "encapsulation_layout.h"
+#include "kept_totals.h"
 #include "lookup_keys.h"
 #include "test_packets.h"
 #include "vlc/capture_reader.h"
@@ -308,6 +309,7 @@ TEST_F(Encapsulations, APacketThatNoIpv4PacketCanHoldIsDroppedAndSaid)
     for (const vlc::NpTotals &np : plane->totals().nps)
         too_long += np.too_long_packets;
     EXPECT_EQ(too_long, 1u);
+    test_packets::expect_kept(*nps, plane->totals());
 }
 
 TEST_F(Encapsulations, TheInnersUrgencyIsTheOutersToo)

@@ -6,6 +6,7 @@
 #include <random>
 
 #include "flow_layout.h"
+#include "kept_totals.h"
 #include "lookup_keys.h"
 #include "test_packets.h"
 #include "vlc/data_plane.h"
@@ -297,6 +298,7 @@ TEST_F(FlowTest, PacketsBeyondTheBurstAreDroppedAndCountedOnTheSecondCounter)
     EXPECT_EQ(counted(flow, run + 1), (PacketCount{3, 300}));
     EXPECT_EQ(sum().policed_packets, 3u);
     EXPECT_EQ(sum().policed_bytes, 300u);
+    test_packets::expect_kept(*nps_, plane_->totals());
     EXPECT_EQ(vlc::flow_activity(np_of(flow), flow_layout::key_of(flow.tuple))->hits.packets, 5u);
 }
 

@@ -52,7 +52,7 @@ TEST_F(CardServers, RefuseAnotherVersion)
                                     .number(uint8_t{1})
                                     .take());
     EXPECT_EQ(peer.refusal(), "the card there refuses a peer that speaks version 9, and this "
-                              "program speaks version 3");
+                              "program speaks version 4");
     EXPECT_FALSE(peer.receive());
     expect_the_host_goes_on();
 }
@@ -108,7 +108,8 @@ TEST_F(CardServers, EndAPeerWhoseRequestIsNotWholeAndChangeNothing)
 {
     const std::pair<FrameKind, size_t> requests[] = {
         {FrameKind::find_handle, 4}, {FrameKind::unread, 4},  {FrameKind::is_handle, 4},
-        {FrameKind::rows, 5},        {FrameKind::answers, 0}, {FrameKind::counter, 8}};
+        {FrameKind::rows, 5},        {FrameKind::answers, 0}, {FrameKind::counter, 8},
+        {FrameKind::np_totals, 4}};
     for (const auto &[kind, size] : requests) {
         for (const int wrong : {-1, 1}) {
             if (size == 0 && wrong < 0)
@@ -149,6 +150,13 @@ TEST_F(CardServers, RefuseAPlaceThatTheCardDoesNotHave)
         peer.greet(PeerRole::reader);
         ASSERT_TRUE(peer.receive());
         peer.send(FrameKind::counter, request);
+        EXPECT_FALSE(peer.receive());
+    }
+    for (const FrameKind kind : {FrameKind::counters, FrameKind::np_totals}) {
+        RawPeer peer(socket());
+        peer.greet(PeerRole::reader);
+        ASSERT_TRUE(peer.receive());
+        peer.send(kind, WireWriter().number(uint32_t{2}).take());
         EXPECT_FALSE(peer.receive());
     }
     expect_the_host_goes_on();
@@ -218,6 +226,15 @@ TEST_F(CardServers, ShowAReaderTheRowsAnswersAndCounters)
     EXPECT_EQ(keys, std::vector<std::string>{"key"});
     EXPECT_EQ(look->counter(1, 5).bytes, 60u);
     EXPECT_THROW(look->counter(2, 5), StateError);
+    nps()[1].counters().add(CounterBank::count - 1, 70);
+    const std::vector<PacketCount> counters = look->counters(1);
+    ASSERT_EQ(counters.size(), CounterBank::count);
+    EXPECT_EQ(counters[5].bytes, 60u);
+    EXPECT_EQ(counters.back().bytes, 70u);
+    nps()[1].totals().policed.add(80);
+    EXPECT_EQ(look->totals(1).policed_bytes, 80u);
+    EXPECT_THROW(look->totals(2), StateError);
+    EXPECT_THROW(look->counters(2), StateError);
     NpTable &table = nps()[0].table(TableKind::service_config);
     table.count_hit(*table.find(card_test::bytes_of("key")), 77);
     PacketCount hits{};

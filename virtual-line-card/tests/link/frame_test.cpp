@@ -223,15 +223,13 @@ TEST(Messages, TotalsArriveWithThoseOfEveryNp)
     totals.nps[1].hits[2] = 11;
     totals.nps[1].policed_packets = 12;
     totals.nps[1].policed_bytes = 13;
+    totals.nps[1].missed_packets = 14;
     const DataPlaneTotals read = read_back(totals);
     EXPECT_EQ(read.packets, 1u);
     EXPECT_EQ(read.missed_bytes, uint64_t{1} << 40);
     EXPECT_EQ(read.unreadable[2], 3u);
     ASSERT_EQ(read.nps.size(), 2u);
-    EXPECT_EQ(read.nps[1].hits[1], 9u);
-    EXPECT_EQ(read.nps[1].uncounted_hits, 10u);
-    EXPECT_EQ(read.nps[1].hits[2], 11u);
-    EXPECT_EQ(read.nps[1].policed_packets, 12u);
+    EXPECT_TRUE(read.nps[1] == totals.nps[1]);
     EXPECT_EQ(read.nps[1].policed_bytes, 13u);
 }
 
@@ -301,7 +299,7 @@ TEST(Messages, AGreetingOfAnotherVersionIsToldWithBoth)
     const Payload greeting =
         WireWriter().bytes(payload_of(std::string(link_magic))).number(link_version + 1).take();
     WireReader reader(greeting);
-    EXPECT_EQ(wrong_with_greeting(reader), "speaks version 4, and this program speaks version 3");
+    EXPECT_EQ(wrong_with_greeting(reader), "speaks version 5, and this program speaks version 4");
 }
 
 TEST(Messages, AGreetingThatIsNoneIsTold)

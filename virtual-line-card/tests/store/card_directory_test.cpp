@@ -64,6 +64,21 @@ TEST_F(CardDirectories, ShowAnNpsCounter)
     EXPECT_EQ(card->counter(0, 7).packets, 0u);
 }
 
+TEST_F(CardDirectories, ShowAllCountersOfAnNpAndItsTotals)
+{
+    complete(Holdings::card);
+    const auto card = look_into_directory(top.path());
+    const std::vector<PacketCount> counters = card->counters(1);
+    ASSERT_EQ(counters.size(), CounterBank::count);
+    EXPECT_EQ(counters[7], (PacketCount{1, 100}));
+    EXPECT_EQ(counters[8], (PacketCount{0, 0}));
+    nps[1].totals().taken.add(100);
+    nps[1].totals().missed.add(60);
+    EXPECT_EQ(card->totals(1).bytes, 100u);
+    EXPECT_EQ(card->totals(1).missed_bytes, 60u);
+    EXPECT_EQ(card->totals(0).packets, 0u);
+}
+
 TEST_F(CardDirectories, ShowTheUnreadAnswersOfEveryHandleTheOldestFirst)
 {
     complete(Holdings::card);
