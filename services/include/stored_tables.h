@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "inline_service_attributes.h"
@@ -18,6 +19,22 @@ namespace services {
 struct StoredNode {
     shmem_node content;
     bool has_row; // its table and lengths are such as a row can have
+};
+
+// A node in a list of the shadow DB, as it was when the walk came by.
+struct StoredEntry {
+    const shmem_node *address;
+    shmem_node content;
+    uint32_t main_key;
+    bool has_row; // its table and lengths are such as a row can have
+};
+
+// All that can be reached, whatever is damaged.
+struct StoredShadow {
+    std::vector<StoredEntry> entries;           // by key, then by table, in the lists' order
+    std::map<uint32_t, main_entry> keys;        // that are in use
+    std::vector<std::vector<uint32_t>> bitmaps; // of counters in use, by NP; empty for none
+    std::vector<std::string> damage;            // in words
 };
 
 struct StoredKey {
@@ -38,10 +55,14 @@ public:
     std::optional<std::vector<vservice_config>> vservices() const;
     // Every key that is in use. Throws ServiceError when its chains are damaged.
     std::map<uint32_t, StoredKey> keys() const;
+    // `words` are those of an NP's bitmap. Throws nothing.
+    StoredShadow shadow(uint32_t nps, uint32_t words) const;
     // Every flow, chain by chain. Throws ServiceError when the chains are damaged.
     std::vector<flow_record> flows() const;
 
 private:
+    template <typename Keep>
+    void for_each_main_entry(const Keep &keep) const;
     template <typename Record>
     std::optional<std::vector<Record>> copy_of(const void *table, size_t count,
                                                const char *what) const;

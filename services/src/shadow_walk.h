@@ -7,16 +7,9 @@
 #include <vector>
 
 #include "shadow_audit.h"
+#include "stored_tables.h"
 
 namespace services {
-
-// A node in a list, as it was when the walk came by.
-struct StoredEntry {
-    const shmem_node *address;
-    shmem_node content;
-    uint32_t main_key;
-    bool has_row; // its table and lengths are such as a row can have
-};
 
 // Fills entries, nodes and the findings of kinds count_wrong and list_broken.
 class ShadowWalk {

@@ -1,5 +1,6 @@
 #include "stored_tables.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "flow_walk.h"
@@ -47,17 +48,51 @@ std::map<uint32_t, StoredKey> StoredTables::keys() const
     AuditReport report;
     ShadowWalk walk(input, report);
     std::map<uint32_t, StoredKey> keys;
-    const auto slots = copy_of<const main_entry *>(root_.main_table, SHADOW_DB_MAIN_SLOTS, "keys");
     for (const StoredEntry &entry : walk.run())
         keys[entry.main_key].nodes.push_back({entry.content, entry.has_row});
     if (!walk.chains_are_whole())
         throw ServiceError("the shadow DB is damaged; see 'inlinectl audit'");
+    for_each_main_entry(
+        [&keys](uint32_t key, const main_entry &content) { keys[key].content = content; });
+    return keys;
+}
+
+template <typename Keep>
+void StoredTables::for_each_main_entry(const Keep &keep) const
+{
+    const auto slots = copy_of<const main_entry *>(root_.main_table, SHADOW_DB_MAIN_SLOTS, "keys");
     for (uint32_t key = 0; slots && key < slots->size(); ++key) {
         const main_entry *address = (*slots)[key];
-        if (address != nullptr && in_shared_memory_(address, sizeof *address))
-            std::memcpy(&keys[key].content, address, sizeof *address);
+        main_entry content;
+        if (address == nullptr || !in_shared_memory_(address, sizeof *address))
+            continue;
+        std::memcpy(&content, address, sizeof content);
+        keep(key, content);
     }
-    return keys;
+}
+
+StoredShadow StoredTables::shadow(uint32_t nps, uint32_t words) const
+{
+    const AuditInput input{.root = address_, .in_shared_memory = in_shared_memory_};
+    AuditReport report;
+    ShadowWalk walk(input, report);
+    StoredShadow shadow;
+    shadow.entries = walk.run();
+    for (uint32_t np = 0; np < std::min<uint32_t>(nps, SHADOW_DB_MAX_NPS); ++np) {
+        const uint32_t *bitmap = walk.bitmap(np, words);
+        std::vector<uint32_t> &copied = shadow.bitmaps.emplace_back();
+        if (bitmap != nullptr)
+            copied.assign(bitmap, bitmap + words);
+    }
+    try {
+        for_each_main_entry(
+            [&shadow](uint32_t key, const main_entry &content) { shadow.keys[key] = content; });
+    } catch (const ServiceError &) {
+        // The walk has said it.
+    }
+    for (Finding &finding : report.findings)
+        shadow.damage.push_back(std::move(finding.text));
+    return shadow;
 }
 
 std::vector<flow_record> StoredTables::flows() const
