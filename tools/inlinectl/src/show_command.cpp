@@ -4,12 +4,13 @@
 #include <functional>
 #include <iostream>
 #include <memory>
-#include <optional>
 
 #include <CLI/CLI.hpp>
 
 #include "exit_code.h"
 #include "service_error.h"
+#include "shown_counters.h"
+#include "shown_shadow.h"
 #include "shown_state.h"
 #include "standard_streams.h"
 #include "vlc/state_error.h"
@@ -27,19 +28,32 @@ constexpr const char *examples =
     "    inlinectl show flows --state card --address 192.0.2.0/24 --sort packets --first 10\n"
     "  The entries under a key of the shadow DB, here of vservice 7:\n"
     "    inlinectl show entry 775 --state card --json\n"
+    "  Every entry with its counters and the NPs that have it, a JSON object a line:\n"
+    "    inlinectl show shadow --state card --json\n"
+    "  The ten counters of each NP that have counted most:\n"
+    "    inlinectl show counters --state card --sort packets --first 10\n"
     "\n"
     "Nothing is changed, and no lock is taken; no host needs to be up.\n"
     "Exit codes: 0 shown, 1 no such entry, 2 usage or what cannot be read.";
 
+constexpr const char *views = "say attributes, vservices, flows, entry, shadow or counters";
+
 struct ShowOptions {
-    std::optional<std::filesystem::path> state_directory;
-    std::optional<std::filesystem::path> card_directory;
-    std::optional<std::filesystem::path> card_socket;
+    StatePlaces places;
     uint32_t key = 0;
     FlowSelection flows;
+    ShadowSelection shadow;
+    CounterSelection counters;
     bool json = false;
-    std::function<int(const ShowOptions &, const ShownState &)> show;
+    std::function<int(const ShowOptions &)> show;
 };
+
+// How a view comes by what it shows.
+template <int view(const ShowOptions &, const ShownState &)>
+int of_state(const ShowOptions &options)
+{
+    return view(options, ShownState(options.places));
+}
 
 template <typename Shown>
 void write(const ShowOptions &options, const Shown &shown)
@@ -68,6 +82,29 @@ int show_flows(const ShowOptions &options, const ShownState &state)
     return exit_fine;
 }
 
+// Throws UsageError when there is nothing at all that could be shown.
+Snapshot snapshot_of_shadow(const ShowOptions &options, const SnapshotParts &parts)
+{
+    Snapshot state = take_snapshot(options.places, parts);
+    if (!state.shadow_unread.empty())
+        throw UsageError(state.shadow_unread);
+    return state;
+}
+
+int show_shadow(const ShowOptions &options)
+{
+    const Snapshot state = snapshot_of_shadow(options, {.rows = true});
+    (options.json ? write_shadow_json : write_shadow_text)(std::cout, state, options.shadow);
+    return exit_fine;
+}
+
+int show_counters(const ShowOptions &options)
+{
+    const Snapshot state = snapshot_of_shadow(options, {.rows = false, .counters = true});
+    (options.json ? write_counters_json : write_counters_text)(std::cout, state, options.counters);
+    return exit_fine;
+}
+
 int show_entry(const ShowOptions &options, const ShownState &state)
 {
     const std::optional<ShownKey> key = state.key(options.key);
@@ -80,34 +117,54 @@ int show_entry(const ShowOptions &options, const ShownState &state)
 }
 
 CLI::App *add_view(CLI::App &show, ShowOptions &options, const char *name, const char *summary,
-                   int (*perform)(const ShowOptions &, const ShownState &))
+                   int (*perform)(const ShowOptions &))
 {
     CLI::App *app = show.add_subcommand(name, summary);
     app->allow_extras();
     app->footer(examples);
-    app->add_option("--state", options.state_directory, "The host's state")->type_name("DIR");
-    app->add_option("--card-state", options.card_directory,
-                    "The card's state, where it has a directory of its own")
-        ->type_name("DIR");
-    app->add_option("--connect", options.card_socket, "The card that listens here")
-        ->type_name("SOCKET");
-    app->add_flag("--json", options.json, "Write one JSON object");
+    declare_state_places(*app, options.places);
+    app->add_flag("--json", options.json, "Write JSON");
     app->callback([&options, perform] { options.show = perform; });
     return app;
 }
 
+CLI::Option *add_key(CLI::App &view, const char *name, const char *summary, const auto &take)
+{
+    return view.add_option_function<uint32_t>(name, take, summary)
+        ->type_name("KEY")
+        ->check(CLI::Range(0, int{vlc::InterfaceConfig::highest_key}).description(""));
+}
+
+void declare_tables(CLI::App &show, ShowOptions &options)
+{
+    CLI::App *shadow =
+        add_view(show, options, "shadow", "Every entry of the shadow DB", show_shadow);
+    add_key(*shadow, "--key", "Only the entries under this key, 0 to 1023",
+            [&options](uint32_t key) { options.shadow.key = key; });
+    shadow->add_option("--first", options.shadow.first, "No more than so many")->type_name("N");
+    shadow->add_flag("--full", options.shadow.full, "All bytes of keys and results in text");
+    CLI::App *counters = add_view(show, options, "counters",
+                                  "Counters in use, by NP, and who holds them", show_counters);
+    counters->add_option("--sort", options.counters.sort, "What comes first")
+        ->type_name("ORDER")
+        ->check(CLI::IsMember({"number", "packets", "bytes"}));
+    counters->add_option("--first", options.counters.first, "No more than so many of each NP")
+        ->type_name("N");
+}
+
 void declare(CLI::App &show, ShowOptions &options)
 {
-    add_view(show, options, "attributes", "Attributes of interfaces", show_attributes);
-    add_view(show, options, "vservices", "Virtual services and their hits", show_vservices);
+    add_view(show, options, "attributes", "Attributes of interfaces", of_state<show_attributes>);
+    add_view(show, options, "vservices", "Virtual services and their hits",
+             of_state<show_vservices>);
     declare_flow_selection(
-        *add_view(show, options, "flows", "Flows, their counts and times", show_flows),
+        *add_view(show, options, "flows", "Flows, their counts and times", of_state<show_flows>),
         options.flows);
-    add_view(show, options, "entry", "The entries under a key of the shadow DB", show_entry)
-        ->add_option("key", options.key, "The key, 0 to 1023")
-        ->type_name("KEY")
-        ->required()
-        ->check(CLI::Range(0, int{vlc::InterfaceConfig::highest_key}).description(""));
+    add_key(*add_view(show, options, "entry", "The entries under a key of the shadow DB",
+                      of_state<show_entry>),
+            "key", "The key, 0 to 1023", [&options](uint32_t key) { options.key = key; })
+        ->required();
+    declare_tables(show, options);
     show.require_subcommand(0, 1);
     show.footer(examples);
 }
@@ -115,25 +172,14 @@ void declare(CLI::App &show, ShowOptions &options)
 void check(const ShowOptions &options)
 {
     if (!options.show)
-        throw UsageError("nothing to show: say attributes, vservices, flows or entry");
-    if (!options.state_directory)
-        throw UsageError("nothing to look into: give --state");
-    if (options.card_directory && options.card_socket)
-        throw UsageError("--card-state and --connect are two places of one card: give one");
-}
-
-std::unique_ptr<vlc::CardAccess> card_of(const ShowOptions &options)
-{
-    if (options.card_socket)
-        return vlc::look_into_card(*options.card_socket);
-    return options.card_directory ? vlc::look_into_directory(*options.card_directory) : nullptr;
+        throw UsageError(std::string("nothing to show: ") + views);
+    check_state_places(options.places);
 }
 
 int perform(const ShowOptions &options)
 {
     try {
-        const ShownState state(*options.state_directory, card_of(options));
-        const int outcome = options.show(options, state);
+        const int outcome = options.show(options);
         if (standard_output_arrived())
             return outcome;
         std::fprintf(stderr, "inlinectl: the report could not be written\n");
@@ -141,7 +187,7 @@ int perform(const ShowOptions &options)
     } catch (const vlc::StateError &unreadable) {
         throw UsageError(unreadable.what());
     } catch (const services::ServiceError &damaged) {
-        throw UsageError(options.state_directory->string() + ": " + damaged.what());
+        throw UsageError(options.places.state_directory->string() + ": " + damaged.what());
     }
 }
 
@@ -152,7 +198,7 @@ Command show_command()
     const auto options = std::make_shared<ShowOptions>();
     return {.name = "show",
             .summary = "Show what a host's window and its card hold",
-            .words_hint = "say attributes, vservices, flows or entry",
+            .words_hint = views,
             .declare = [options](CLI::App &app) { declare(app, *options); },
             .check = [options] { check(*options); },
             .perform = [options] { return perform(*options); }};

@@ -12,48 +12,10 @@
 namespace inlinectl {
 namespace {
 
-constexpr size_t counter_begin = 1; // the bytes of a result that an NP's counter has
-constexpr size_t counter_end = 4;
-
-vlc::StateDirectory opened(const std::filesystem::path &path)
-{
-    vlc::StateDirectory directory(path, vlc::Access::read_only);
-    directory.require(vlc::Holdings::host);
-    if (!directory.card())
-        throw UsageError(path.string() + ": is not complete: its card was never up");
-    return directory;
-}
-
-std::unique_ptr<vlc::CardAccess> card_or_own(std::unique_ptr<vlc::CardAccess> card,
-                                             const vlc::StateDirectory &host)
-{
-    if (card)
-        return card;
-    if (host.holdings() == vlc::Holdings::host)
-        throw UsageError(host.path().string() +
-                         ": is a host's alone; say where its card is with --card-state or "
-                         "--connect");
-    return vlc::look_into_directory(host.path());
-}
-
 template <typename Bytes>
 std::string text_of_bytes(const Bytes &bytes)
 {
     return {bytes.begin(), bytes.end()};
-}
-
-bool is_same_result(const app_node &stored, const std::string &row)
-{
-    if (stored.result_len != row.size())
-        return false;
-    const bool has_counter =
-        stored.hw_index != SHADOW_DB_NO_HW_INDEX || stored.table_type != SHADOW_DB_SERVICE_CONFIG;
-    for (size_t i = 0; i < row.size(); ++i) {
-        const bool is_counter = has_counter && i >= counter_begin && i < counter_end;
-        if (!is_counter && static_cast<uint8_t>(row[i]) != stored.result[i])
-            return false;
-    }
-    return true;
 }
 
 } // namespace
@@ -68,13 +30,10 @@ vlc::PacketCount ShownVservice::hits() const
     return sum;
 }
 
-ShownState::ShownState(const std::filesystem::path &host, std::unique_ptr<vlc::CardAccess> card)
-    : host_(opened(host)), card_(card_or_own(std::move(card), host_)),
+ShownState::ShownState(const StatePlaces &places)
+    : host_(open_host(*places.state_directory)), card_(open_card(places, host_)),
       window_(std::make_unique<vlc::Window>(host_, 0))
 {
-    if (card_->config().num_nps != host_.card()->num_nps ||
-        card_->config().card_type != host_.card()->card_type)
-        throw UsageError(host.string() + ": is the host of another card");
 }
 
 ShownState::~ShownState() = default;
@@ -110,13 +69,18 @@ ShownNode ShownState::shown(const services::StoredNode &node) const
         return shown;
     const app_node &stored = node.content.app_node;
     const std::string key(stored.key, stored.key + stored.key_len);
-    for (const Rows &of_np : rows(stored.table_type)) {
-        const auto row = of_np.find(key);
-        if (row == of_np.end())
+    const std::vector<Rows> &all = rows(stored.table_type);
+    for (uint32_t np = 0; np < all.size(); ++np) {
+        const auto row = all[np].find(key);
+        if (row == all[np].end()) {
             shown.nps.push_back({});
-        else
-            shown.nps.push_back(
-                {true, is_same_result(stored, row->second.first), row->second.second});
+            continue;
+        }
+        const auto &[result, hits] = row->second;
+        const auto wanted = services::row_result(
+            node.content, np, vlc::takes_counters_unswapped(card_->config().card_type));
+        const std::string wanted_text(wanted.bytes.data(), wanted.bytes.data() + wanted.length);
+        shown.nps.push_back({true, result == wanted_text, hits});
     }
     return shown;
 }

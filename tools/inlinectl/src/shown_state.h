@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "shown_flows.h"
+#include "snapshot.h"
 #include "stored_tables.h"
 #include "vlc/card_access.h"
 #include "vlc/state_directory.h"
@@ -23,12 +24,6 @@ struct ShownAttribute {
     uint16_t uidb;
     uidb_attribute stored;
     const vlc::InterfaceConfig *interface; // of the card file; null for one that it does not have
-};
-
-struct NpRow {
-    bool is_there = false;
-    bool is_as_stored = false; // what the row says, with counters left aside
-    vlc::PacketCount hits{};
 };
 
 struct ShownNode {
@@ -53,8 +48,7 @@ struct ShownKey {
 
 class ShownState {
 public:
-    // Throws UsageError and StateError. Without a card the host's own directory holds it.
-    ShownState(const std::filesystem::path &host, std::unique_ptr<vlc::CardAccess> card);
+    explicit ShownState(const StatePlaces &places); // throws UsageError and StateError
 
     ~ShownState();
 

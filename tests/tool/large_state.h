@@ -1,0 +1,20 @@
+// A state directory with very many entries, written as hosts leave one, without running one.
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+
+namespace test {
+
+struct LargeState {
+    uint32_t entries = 100'000;
+    uint32_t counted = 30'000; // of them, in either table; the rest is in table 0 without counters
+    uint16_t nps = 2;
+};
+
+// Entry ids run from 0 on, over a hundred keys in turn. The row of an entry was hit by as many
+// packets as the last two digits of its id say, of 100 bytes each, on every NP. NP 1 has no row for
+// each thousandth entry.
+void make_large_state(const std::filesystem::path &directory, const LargeState &wanted);
+
+} // namespace test
