@@ -21,6 +21,8 @@ public:
 
     struct Sums {
         uint64_t requests[table_kinds][3] = {}; // taken in, by table and operation
+        uint64_t answered = 0;                  // of those asked for in this process
+        uint64_t failed = 0;                    // of the answered: not carried out
         uint64_t unanswered = 0;                // taken in, no answer yet
         uint64_t in_doubt = 0;                  // no answer yet, and there may never be one
         uint64_t unasked =

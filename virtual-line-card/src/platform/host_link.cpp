@@ -68,6 +68,12 @@ void HostLink::tell(PrmEvent event)
         on_event(event);
 }
 
+void HostLink::tell_reach() const
+{
+    if (on_reach)
+        on_reach();
+}
+
 void HostLink::notice_break()
 {
     events_.unwatch(link_.descriptor());
@@ -77,6 +83,7 @@ void HostLink::notice_break()
     if (prm_is_up_)
         tell(PrmEvent::connection_down);
     prm_is_up_ = false;
+    tell_reach();
     look_again_later();
 }
 
@@ -98,10 +105,12 @@ void HostLink::look_for_the_card()
         ++announced_;
         if (prm_is_up_)
             tell(PrmEvent::connection_up);
+        tell_reach();
         after_traffic();
         return;
     case CardLink::Attempt::other_card:
         given_up_ = link_.why();
+        tell_reach();
         return;
     case CardLink::Attempt::absent:
     case CardLink::Attempt::refused: // a card that has not noticed yet that this host is another's

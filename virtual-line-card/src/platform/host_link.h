@@ -31,12 +31,15 @@ public:
     // of it.
     std::function<void(PrmEvent)> on_event;
     std::function<void(uint32_t handle)> on_answers;
+    // Called when the connection broke, was made again, or is given up.
+    std::function<void()> on_reach;
 
 private:
     void watch();
     void after_traffic();
     void take(const Frame &announcement);
     void tell(PrmEvent event);
+    void tell_reach() const;
     void notice_break();
     void look_again_later();
 

@@ -43,8 +43,11 @@ prm_notification notification_of(PrmEvent event)
 PrmClient::PrmClient(PrmTransport &prm) : prm_(prm)
 {
     prm_.on_event([this](PrmEvent event) {
-        if (event == PrmEvent::connection_down)
+        if (event == PrmEvent::connection_down) {
             ledger_.note_break();
+            is_registered_ = false;
+        }
+        tell_change();
         for (const auto &[name, connection] : connections_)
             notify(connection, event);
     });
@@ -135,6 +138,8 @@ void PrmClient::take_over(uint32_t handle, void *evm, prm_async_fn async)
 {
     Registration &registration = registrations_[handle];
     registration = {evm, async, registration.generation + 1, false, 0};
+    is_registered_ = true;
+    tell_change();
     announce_answers(handle);
 }
 
@@ -150,8 +155,10 @@ uint32_t PrmClient::request(void *handle, TableKind table, uint32_t operation,
     if (!record)
         return prm_.is_handle(number) ? prm_bad_record : prm_bad_handle;
     const Taken taken = prm_.request(number, table, operation, *record);
-    if (taken.code == 0 || taken.in_doubt)
+    if (taken.code == 0 || taken.in_doubt) {
         ledger_.note_request(table, *record, taken.in_doubt);
+        tell_change();
+    }
     return taken.code;
 }
 
@@ -163,8 +170,10 @@ uint32_t PrmClient::read_answer(void *handle, prm_async_response *response)
         return EINVAL;
     const uint32_t number = number_of(handle);
     const uint32_t code = prm_.read_answer(number, response);
-    if (code == 0)
+    if (code == 0) {
         ledger_.note_answer(*response);
+        tell_change();
+    }
     const auto registration = registrations_.find(number);
     if (code == 0 && registration != registrations_.end())
         registration->second.answers_read++;

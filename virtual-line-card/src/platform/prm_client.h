@@ -41,6 +41,10 @@ public:
     }
 
     const PrmLedger &ledger() const { return ledger_; }
+    // Since the connection is up.
+    bool is_registered() const { return is_registered_; }
+    // Called when anything of the ledger, the connection or the registration has changed.
+    void on_change(std::function<void()> listener) { change_listener_ = std::move(listener); }
 
     uint32_t set_up_delay_queue(void *handle, uint32_t depth, uint32_t seconds, prm_delay_fn delay);
     uint32_t process_delayed(uint32_t refnum);
@@ -88,8 +92,16 @@ private:
     void schedule_callback(uint32_t handle, std::chrono::nanoseconds delay);
     void call_back(uint32_t handle, uint64_t generation);
 
+    void tell_change() const
+    {
+        if (change_listener_)
+            change_listener_();
+    }
+
     PrmTransport &prm_;
     PrmLedger ledger_;
+    bool is_registered_ = false;
+    std::function<void()> change_listener_;
     std::function<void(const prm_async_response &)> failed_answer_listener_;
     std::map<std::string, Connection> connections_; // by client name; each keeps its address
     std::map<uint32_t, Registration> registrations_;

@@ -39,6 +39,8 @@ void PrmLedger::note_answer(const prm_async_response &response)
         ++sums_.unasked;
         return;
     }
+    ++sums_.answered;
+    sums_.failed += response.status != 0 ? 1 : 0;
     Open &open = place->second;
     const bool was_taken = open.taken > 0;
     --(was_taken ? open.taken : open.in_doubt);

@@ -11,6 +11,7 @@
 #include "socket_prm.h"
 #include "taken_back_on_failure.h"
 #include "vlc/hardware.h"
+#include "vlc/host_record.h"
 #include "vlc/state_directory.h"
 #include "vlc/state_error.h"
 
@@ -69,6 +70,7 @@ struct VirtualLineCard::State {
     CardConfig config;
     StateDirectory directory;
     TakenBackOnFailure start;
+    std::unique_ptr<HostRecord> record; // of this host; goes behind all that it tells of
     std::unique_ptr<OwnCard> own;
     Window window;
     EventManager events;
@@ -84,7 +86,12 @@ struct VirtualLineCard::State {
           distant(link ? std::make_unique<DistantCard>(*link, events) : nullptr),
           client(transport())
     {
+        record = HostRecord::begin(directory);
         directory.complete(config, holdings());
+        client.on_change([this] { tell_of_itself(); });
+        if (distant)
+            distant->link.on_reach = [this] { tell_of_itself(); };
+        tell_of_itself();
     }
 
     Holdings holdings() const { return link ? Holdings::host : Holdings::card_and_host; }
@@ -108,6 +115,22 @@ struct VirtualLineCard::State {
     }
 
 private:
+    void tell_of_itself()
+    {
+        if (record)
+            record->tell({.card = reach(),
+                          .prm_is_up = transport().is_connected(),
+                          .is_registered = client.is_registered()},
+                         client.ledger().sums());
+    }
+    CardReach reach() const
+    {
+        if (!distant)
+            return CardReach::own;
+        if (!distant->link.given_up().empty())
+            return CardReach::given_up;
+        return distant->link.is_open() ? CardReach::connected : CardReach::away;
+    }
     std::unique_ptr<OwnCard> checked_own_card()
     {
         directory.require(holdings());

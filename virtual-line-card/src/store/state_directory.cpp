@@ -51,7 +51,8 @@ const char *text_of(Holdings holdings)
 // What a card keeps in its directory, also under the name that it has while it is being made.
 bool is_ours(const std::string &file)
 {
-    static const std::regex ours("(window|prm|np[0-9]+|answers[0-9]+|console|virtual-line-card)(\\.new)?");
+    static const std::regex ours(
+        "(window|prm|np[0-9]+|answers[0-9]+|console|host|virtual-line-card)(\\.new)?");
     return std::regex_match(file, ours);
 }
 
