@@ -11,9 +11,11 @@
 #include "audit_command.h"
 #include "card_command.h"
 #include "exit_code.h"
+#include "metrics_command.h"
 #include "nearest_name.h"
 #include "run_command.h"
 #include "show_command.h"
+#include "top_command.h"
 #include "vservice_command.h"
 
 namespace inlinectl {
@@ -29,7 +31,8 @@ constexpr const char *examples =
 
 std::vector<Command> all_commands()
 {
-    return {run_command(), card_command(), vservice_command(), show_command(), audit_command()};
+    return {run_command(), card_command(),    vservice_command(), show_command(),
+            top_command(), metrics_command(), audit_command()};
 }
 
 // A command and its place in the parser.
