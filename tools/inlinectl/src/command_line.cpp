@@ -10,6 +10,7 @@
 
 #include "audit_command.h"
 #include "card_command.h"
+#include "diff_command.h"
 #include "exit_code.h"
 #include "metrics_command.h"
 #include "nearest_name.h"
@@ -32,7 +33,7 @@ constexpr const char *examples =
 std::vector<Command> all_commands()
 {
     return {run_command(), card_command(),    vservice_command(), show_command(),
-            top_command(), metrics_command(), audit_command()};
+            top_command(), metrics_command(), diff_command(),     audit_command()};
 }
 
 // A command and its place in the parser.

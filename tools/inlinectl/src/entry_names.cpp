@@ -68,4 +68,16 @@ std::string spaced_hex(std::span<const uint8_t> bytes)
     return text;
 }
 
+std::string plain_hex(std::span<const uint8_t> bytes)
+{
+    static constexpr char digits[] = "0123456789abcdef";
+    std::string text;
+    text.reserve(2 * bytes.size());
+    for (const uint8_t byte : bytes) {
+        text += digits[byte >> 4];
+        text += digits[byte & 0xF];
+    }
+    return text;
+}
+
 } // namespace inlinectl

@@ -25,4 +25,7 @@ std::string key_name(uint32_t table, std::span<const uint8_t> key);
 // "11 06 c0 00"
 std::string spaced_hex(std::span<const uint8_t> bytes);
 
+// "1106c000"
+std::string plain_hex(std::span<const uint8_t> bytes);
+
 } // namespace inlinectl

@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "entry_names.h"
 #include "hardware_failures.h"
 #include "host_words.h"
 #include "shown_counters.h"
@@ -193,16 +194,10 @@ std::vector<BusyEntry> busiest(const Snapshot &state, size_t most)
 Labels labels_of(const services::StoredEntry &entry)
 {
     const app_node &content = entry.content.app_node;
-    std::string bytes;
-    for (uint32_t i = 0; entry.has_row && i < content.key_len; ++i) {
-        std::array<char, 4> digits{};
-        std::snprintf(digits.data(), digits.size(), "%02x", content.key[i]);
-        bytes += digits.data();
-    }
     return {{"key", std::to_string(entry.main_key)},
             {"table", table_label(content.table_type)},
             {"entry", std::to_string(content.entry_id)},
-            {"lookup_key", bytes},
+            {"lookup_key", plain_hex(stored_key(entry))},
             {"name", name_of(entry)}};
 }
 

@@ -54,35 +54,6 @@ bool is_set(const std::vector<uint32_t> &bitmap, uint32_t place)
     return !bitmap.empty() && (bitmap[place / 32] & UINT32_C(0x80000000) >> place % 32) != 0;
 }
 
-NpCounters counters_of_np(const Snapshot &state, uint32_t np)
-{
-    NpCounters found{.np = np, .lowest_free = {}, .used = {}};
-    const Holders holders(state, np, found);
-    const services::CounterRegion region = state.region();
-    const std::vector<uint32_t> none;
-    const std::vector<uint32_t> &bitmap = np < state.bitmaps.size() ? state.bitmaps[np] : none;
-    const std::vector<vlc::PacketCount> &counts = state.nps[np].counters;
-    // The allocator reaches a word past the region; the hardware has no counters there.
-    for (uint32_t place = 0; place < region.places(); ++place) {
-        const size_t holder = holders.holder(place);
-        const bool is_held = holder != UsedCounter::nobody;
-        if (!is_set(bitmap, place)) {
-            found.free += place < region.count ? 1U : 0U;
-            found.free_and_held += is_held ? 1U : 0U;
-            if (!found.lowest_free && !bitmap.empty())
-                found.lowest_free = region.first + place;
-            continue;
-        }
-        ++found.in_use;
-        found.leaked += is_held ? 0U : 1U;
-        found.used.push_back({.number = region.first + place,
-                              .count = place < counts.size() ? counts[place] : vlc::PacketCount{},
-                              .holder = holder,
-                              .is_dropped = is_held && holders.is_dropped(place)});
-    }
-    return found;
-}
-
 std::string holder_text(const Snapshot &state, const UsedCounter &counter)
 {
     if (counter.holder == UsedCounter::nobody)
@@ -168,11 +139,40 @@ void put_used(JsonLines &lines, const Snapshot &state, uint32_t np, const UsedCo
 
 } // namespace
 
+NpCounters counters_in_use(const Snapshot &state, uint32_t np)
+{
+    NpCounters found{.np = np, .lowest_free = {}, .used = {}};
+    const Holders holders(state, np, found);
+    const services::CounterRegion region = state.region();
+    const std::vector<uint32_t> none;
+    const std::vector<uint32_t> &bitmap = np < state.bitmaps.size() ? state.bitmaps[np] : none;
+    const std::vector<vlc::PacketCount> &counts = state.nps[np].counters;
+    // The allocator reaches a word past the region; the hardware has no counters there.
+    for (uint32_t place = 0; place < region.places(); ++place) {
+        const size_t holder = holders.holder(place);
+        const bool is_held = holder != UsedCounter::nobody;
+        if (!is_set(bitmap, place)) {
+            found.free += place < region.count ? 1U : 0U;
+            found.free_and_held += is_held ? 1U : 0U;
+            if (!found.lowest_free && !bitmap.empty())
+                found.lowest_free = region.first + place;
+            continue;
+        }
+        ++found.in_use;
+        found.leaked += is_held ? 0U : 1U;
+        found.used.push_back({.number = region.first + place,
+                              .count = place < counts.size() ? counts[place] : vlc::PacketCount{},
+                              .holder = holder,
+                              .is_dropped = is_held && holders.is_dropped(place)});
+    }
+    return found;
+}
+
 std::vector<NpCounters> counters_in_use(const Snapshot &state)
 {
     std::vector<NpCounters> all;
     for (uint32_t np = 0; np < state.nps.size(); ++np)
-        all.push_back(counters_of_np(state, np));
+        all.push_back(counters_in_use(state, np));
     return all;
 }
 

@@ -37,6 +37,7 @@ struct NpCounters {
 
 // By NP; `used` by number.
 std::vector<NpCounters> counters_in_use(const Snapshot &state);
+NpCounters counters_in_use(const Snapshot &state, uint32_t np);
 
 // Sorted and cut as it is wanted.
 std::vector<NpCounters> select(std::vector<NpCounters> counters, const CounterSelection &selection);

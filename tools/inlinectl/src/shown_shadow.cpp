@@ -15,37 +15,13 @@ namespace {
 
 using services::StoredEntry;
 
-std::string hex(vlc::Bytes bytes)
-{
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string text;
-    text.reserve(2 * bytes.size());
-    for (const uint8_t byte : bytes) {
-        text += digits[byte >> 4];
-        text += digits[byte & 0xF];
-    }
-    return text;
-}
-
-vlc::Bytes key_of(const StoredEntry &entry)
-{
-    const app_node &content = entry.content.app_node;
-    return {content.key, entry.has_row ? content.key_len : 0};
-}
-
-vlc::Bytes result_of(const StoredEntry &entry)
-{
-    const app_node &content = entry.content.app_node;
-    return {content.result, entry.has_row ? content.result_len : 0};
-}
-
 // What is longer than eight bytes ends in dots unless all is wanted.
 std::string hex_cell(vlc::Bytes bytes, bool full)
 {
     constexpr size_t shown_bytes = 8;
     if (full || bytes.size() <= shown_bytes)
-        return bytes.empty() ? "-" : hex(bytes);
-    return hex(bytes.first(shown_bytes - 1)) + "..";
+        return bytes.empty() ? "-" : plain_hex(bytes);
+    return plain_hex(bytes.first(shown_bytes - 1)) + "..";
 }
 
 // "0xc00000/0xc00001"; what another NP has apart is said behind.
@@ -141,8 +117,8 @@ std::vector<std::string> row_of(const Snapshot &state, size_t number, bool full)
             table_name(content.table_type),
             std::to_string(content.entry_id),
             action_name(content.action),
-            hex_cell(key_of(entry), full),
-            hex_cell(result_of(entry), full),
+            hex_cell(stored_key(entry), full),
+            hex_cell(stored_result(entry), full),
             counters_cell(state, entry),
             nps_cell(state, number),
             name_of(entry)};
@@ -217,11 +193,11 @@ void put_entry(JsonLines &lines, const Snapshot &state, size_t number)
     lines.text("table", table_name(content.table_type)).number("entry_id", content.entry_id);
     lines.text("action", action_name(content.action)).number("hw_index", content.hw_index);
     if (entry.has_row)
-        lines.text("lookup_key", hex(key_of(entry))).text("name", name_of(entry));
+        lines.text("lookup_key", plain_hex(stored_key(entry))).text("name", name_of(entry));
     else
         lines.nothing("lookup_key").nothing("name");
     if (entry.has_row)
-        lines.text("result", hex(result_of(entry)));
+        lines.text("result", plain_hex(stored_result(entry)));
     else
         lines.nothing("result");
     put_counters(lines, state, entry);

@@ -107,6 +107,8 @@ private:
             taken_.keys = std::move(shadow.keys);
             taken_.bitmaps = std::move(shadow.bitmaps);
             std::ranges::move(shadow.damage, std::back_inserter(taken_.notes));
+            if (parts_.contents)
+                take_contents(tables);
         } catch (const vlc::StateError &unreadable) {
             taken_.shadow_unread = unreadable.what();
         } catch (const services::ServiceError &unreadable) {
@@ -116,12 +118,32 @@ private:
             taken_.notes.push_back(taken_.shadow_unread);
     }
 
+    void take_contents(const services::StoredTables &tables)
+    {
+        const auto note_failure = [this](const auto &take) {
+            try {
+                take();
+            } catch (const services::ServiceError &unreadable) {
+                taken_.notes.emplace_back(unreadable.what());
+            }
+        };
+        note_failure([&] {
+            taken_.attributes = tables.attributes().value_or(std::vector<uidb_attribute>());
+        });
+        note_failure([&] {
+            taken_.vservices = tables.vservices().value_or(std::vector<vservice_config>());
+        });
+        note_failure([&] { taken_.flows = tables.flows(); });
+    }
+
     void take_np(uint32_t number, const EntriesByKey &by_key)
     {
         NpSnapshot &np = taken_.nps[number];
         try {
             if (parts_.rows)
                 take_rows(number, by_key);
+            if (parts_.contents)
+                take_all_rows(number);
             if (parts_.counters)
                 np.counters = card_->counters(number);
             if (parts_.totals)
@@ -131,8 +153,19 @@ private:
             np.unread = unreadable.what();
             for (size_t entry = 0; parts_.rows && entry < taken_.entries.size(); ++entry)
                 taken_.rows[entry * taken_.nps.size() + number] = {};
+            std::erase_if(taken_.np_rows,
+                          [number](const SnapshotRow &row) { return row.np == number; });
             taken_.notes.emplace_back(unreadable.what());
         }
+    }
+
+    void take_all_rows(uint32_t np)
+    {
+        for (uint32_t table = 0; table < vlc::table_kinds; ++table)
+            card_->for_each_hit_count(np, static_cast<vlc::TableKind>(table),
+                                      [&](const vlc::TableRow &row, const vlc::PacketCount &hits) {
+                                          taken_.np_rows.push_back({np, table, row, hits});
+                                      });
     }
 
     void take_rows(uint32_t np, const EntriesByKey &by_key)
@@ -204,6 +237,18 @@ EntryCounters counters_of(const services::StoredEntry &entry, uint32_t np,
 Snapshot take_snapshot(const StatePlaces &places, const SnapshotParts &parts)
 {
     return Gathering(places, parts).take();
+}
+
+vlc::Bytes stored_key(const services::StoredEntry &entry)
+{
+    const app_node &content = entry.content.app_node;
+    return {content.key, entry.has_row ? content.key_len : 0};
+}
+
+vlc::Bytes stored_result(const services::StoredEntry &entry)
+{
+    const app_node &content = entry.content.app_node;
+    return {content.result, entry.has_row ? content.result_len : 0};
 }
 
 std::string name_of(const services::StoredEntry &entry)

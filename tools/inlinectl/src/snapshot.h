@@ -31,6 +31,13 @@ struct NpSnapshot {
     uint64_t flow_counters_in_use = 0;
 };
 
+struct SnapshotRow {
+    uint32_t np;
+    uint32_t table; // as in vlc::TableKind
+    vlc::TableRow row;
+    vlc::PacketCount hits;
+};
+
 struct Snapshot {
     vlc::CardConfig card;
     std::string shadow_unread;                  // why nothing of the window could be read
@@ -39,6 +46,11 @@ struct Snapshot {
     std::map<uint32_t, main_entry> keys;        // that are in use
     std::vector<std::vector<uint32_t>> bitmaps; // of counters in use, by NP
     std::vector<NpSnapshot> nps;
+    // These are read on demand.
+    std::vector<SnapshotRow> np_rows; // of every table, in no order
+    std::vector<uidb_attribute> attributes;
+    std::vector<vservice_config> vservices;
+    std::vector<flow_record> flows;
     std::vector<std::string> notes; // damage, and what could not be read
 
     services::CounterRegion region() const;
@@ -60,12 +72,17 @@ EntryCounters counters_of(const services::StoredEntry &entry, uint32_t np,
 struct SnapshotParts {
     bool rows = true;
     bool counters = false; // each of the region with what it has counted
+    bool contents = false; // every row, attributes, virtual services and flows
     bool totals = false;   // of NPs, and the flow rows and flow counters in use
 };
 
 // Throws UsageError and StateError when the places themselves cannot be: no state, another card's
 // host, a card that nobody says the place of.
 Snapshot take_snapshot(const StatePlaces &places, const SnapshotParts &parts);
+
+// What an entry has of them; nothing where its lengths cannot be.
+vlc::Bytes stored_key(const services::StoredEntry &entry);
+vlc::Bytes stored_result(const services::StoredEntry &entry);
 
 // The name of an entry, "tcp 192.0.2.1:80"; empty where its key has no known meaning.
 std::string name_of(const services::StoredEntry &entry);

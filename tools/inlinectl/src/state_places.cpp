@@ -22,20 +22,30 @@ std::unique_ptr<vlc::CardAccess> card_at(const StatePlaces &places, const vlc::S
 
 } // namespace
 
+void declare_card_places(CLI::App &app, StatePlaces &places, const std::string &which)
+{
+    app.add_option("--card-state" + which, places.card_directory,
+                   "The card's state, where it has a directory of its own")
+        ->type_name("DIR");
+    app.add_option("--connect" + which, places.card_socket, "The card that listens here")
+        ->type_name("SOCKET");
+}
+
 void declare_state_places(CLI::App &app, StatePlaces &places)
 {
     app.add_option("--state", places.state_directory, "The host's state")->type_name("DIR");
-    app.add_option("--card-state", places.card_directory,
-                   "The card's state, where it has a directory of its own")
-        ->type_name("DIR");
-    app.add_option("--connect", places.card_socket, "The card that listens here")
-        ->type_name("SOCKET");
+    declare_card_places(app, places);
 }
 
 void check_state_places(const StatePlaces &places)
 {
     if (!places.state_directory)
         throw UsageError("nothing to look into: give --state");
+    check_card_places(places);
+}
+
+void check_card_places(const StatePlaces &places)
+{
     if (places.card_directory && places.card_socket)
         throw UsageError("--card-state and --connect are two places of one card: give one");
 }

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include "vlc/card_access.h"
 #include "vlc/state_directory.h"
@@ -20,11 +21,15 @@ struct StatePlaces {
     std::optional<std::filesystem::path> card_socket;     // of a card that runs
 };
 
-// Declares the options, which must outlive the parsing.
+// Declares the options that say where a card is, of the host that `which` of several names.
+void declare_card_places(CLI::App &app, StatePlaces &places, const std::string &which = "");
+
+// Declares all of the options, which must outlive the parsing.
 void declare_state_places(CLI::App &app, StatePlaces &places);
 
 // Throws UsageError for what is missing or cannot be asked for together.
 void check_state_places(const StatePlaces &places);
+void check_card_places(const StatePlaces &places);
 
 // A host's directory, for looking alone. Throws UsageError and StateError.
 vlc::StateDirectory open_host(const std::filesystem::path &path);
