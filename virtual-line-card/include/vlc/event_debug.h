@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <string>
@@ -38,6 +39,14 @@ public:
     ed_component *component(const char *short_name) const; // null when not registered
     const std::vector<ed_component *> &components() const { return components_; }
     std::vector<TraceEvent> events(const ed_component *component, uint32_t buffer) const;
+
+    // While a card is alive, its state directory has the trace buffers and the table of sites of
+    // every component that shows itself (vlc/trace_file.h, vlc/site_table.h). The handles that
+    // components hold stay good.
+    void keep_in(const std::filesystem::path &directory);
+    void keep_in_memory();
+    // Throws StateError for a file of a trace that cannot be gone on with.
+    static void check_files(const std::filesystem::path &directory);
 
     // What ed_print_debug and ed_slow_debugs print: one finished line; standard error by default.
     void on_print(std::function<void(const std::string &line)> printer);

@@ -8,10 +8,12 @@
 #include <span>
 #include <string_view>
 
-#include "event_text.h"
 #include "tap_words.h"
 #include "trace_ring.h"
 #include "vlc/event_manager.h"
+#include "vlc/event_text.h"
+#include "vlc/site_table.h"
+#include "vlc/state_error.h"
 
 namespace vlc {
 
@@ -33,6 +35,8 @@ struct Registration {
     ed_component *component = nullptr;
     std::unique_ptr<TraceRing> rings[ED_TRACE_BUFFERS];
     std::vector<const ed_debug_point *> point_of_number;
+    std::unique_ptr<SiteTable> sites; // in the state directory
+    uint64_t kept_for = 0;            // the card, by number, for which the files were opened
 
     bool has_ring(const void *buffer) const
     {
@@ -40,15 +44,21 @@ struct Registration {
                            [buffer](const auto &ring) { return ring.get() == buffer; });
     }
     const ed_debug_point *point(uint64_t number);
-
-private:
     void number_points();
+    // Returns the order of the last event that is there. Throws StateError.
+    uint64_t keep_in(const std::filesystem::path &directory);
+    void keep_in_memory();
 };
+
+constexpr const char *buffer_names[ED_TRACE_BUFFERS] = {"event", "error"};
 
 struct EventDebug::State {
     std::vector<std::unique_ptr<Registration>> registrations;
     std::function<void(const std::string &)> printer;
     std::function<bool(const ed_debug_point &, const uint64_t *)> slow_filter;
+    std::filesystem::path directory; // of the card that is alive
+    uint64_t card = 0;               // how many came and went
+    uint64_t order = 0;              // of the last event of all components
 
     Registration *find(std::string_view short_name)
     {
@@ -67,6 +77,7 @@ struct EventDebug::State {
         return nullptr;
     }
     void print(const std::string &line) const;
+    void keep(Registration &registration);
 };
 
 // A point may get its number as late as with its first message, so a number that is not known yet
@@ -88,6 +99,49 @@ void Registration::number_points()
         const ed_debug_point &point = component->debug_points[i];
         if (point.number < point_of_number.size())
             point_of_number[point.number] = &point;
+    }
+}
+
+uint64_t Registration::keep_in(const std::filesystem::path &directory)
+{
+    number_points();
+    uint64_t order = 0;
+    std::unique_ptr<TraceFile> files[ED_TRACE_BUFFERS];
+    for (size_t i = 0; i < ED_TRACE_BUFFERS; i++) {
+        files[i] = std::make_unique<TraceFile>(
+            directory / trace_file_name(short_name, buffer_names[i]), rings[i]->size());
+        order = std::max(order, files[i]->last_order());
+    }
+    sites = std::make_unique<SiteTable>(directory / sites_file_name(short_name), *component,
+                                        point_of_number);
+    for (size_t i = 0; i < ED_TRACE_BUFFERS; i++)
+        rings[i]->write_to(std::move(files[i]));
+    return order;
+}
+
+void Registration::keep_in_memory()
+{
+    sites.reset();
+    for (const auto &ring : rings) {
+        if (ring)
+            ring->write_to(nullptr);
+    }
+}
+
+// A component is brought to the card's directory when it shows that it is there: one that was
+// unloaded meanwhile must not be looked at. What cannot be kept does not stop it.
+void EventDebug::State::keep(Registration &registration)
+{
+    registration.kept_for = card;
+    registration.keep_in_memory();
+    if (directory.empty())
+        return;
+    try {
+        order = std::max(order, registration.keep_in(directory));
+    } catch (const StateError &error) {
+        registration.keep_in_memory();
+        std::fprintf(stderr, "virtual line card: the trace of %s stays in memory: %s\n",
+                     registration.short_name.c_str(), error.what());
     }
 }
 
@@ -127,6 +181,7 @@ uint32_t EventDebugServices::add(ed_component *component)
     }
     registration->component = component;
     registration->point_of_number.clear();
+    registration->keep_in_memory();
     for (size_t i = 0; i < ED_TRACE_BUFFERS; i++) {
         auto &ring = registration->rings[i];
         uint32_t entries = component->buffers[i].entries;
@@ -136,6 +191,7 @@ uint32_t EventDebugServices::add(ed_component *component)
             ring = std::make_unique<TraceRing>(entries);
         component->buffer_handles[i] = ring.get();
     }
+    state().keep(*registration);
     return 0;
 }
 
@@ -159,17 +215,28 @@ const ed_debug_point *EventDebugServices::point_of(const void *buffer, uint64_t 
 void EventDebugServices::record(void *buffer, uint64_t event_word, const ed_debug_point *point,
                                 std::span<const uint64_t> args)
 {
-    if (!buffer || !state().owner_of(buffer))
+    Registration *owner = buffer ? state().owner_of(buffer) : nullptr;
+    if (!owner)
         return; // not open: the event is dropped
-    TraceRing::Entry &entry = static_cast<TraceRing *>(buffer)->next();
-    entry.nanoseconds = CardClock::now().count();
-    entry.event_word = event_word;
+    if (owner->kept_for != state().card)
+        state().keep(*owner);
+    TraceRing &ring = *static_cast<TraceRing *>(buffer);
+    TraceRing::Entry &entry = ring.begin();
     entry.point = point;
-    entry.arg_count = args.size();
-    std::copy(args.begin(), args.end(), entry.args.begin());
-    entry.strings = 0;
+    TraceRecord &record = entry.record;
+    record.nanoseconds = CardClock::now().count();
+    record.event_word = event_word;
+    record.sites = owner->sites ? owner->sites->check() : 0;
+    record.order = ++state().order;
+    record.arg_count = static_cast<uint32_t>(args.size());
+    std::copy(args.begin(), args.end(), record.args.begin());
+    record.strings = 0;
+    record.text_bytes = 0;
     if (point && point->format)
-        TraceRing::keep_texts(entry, string_arguments(point->format, args, &entry.strings));
+        TraceRing::keep_texts(record, string_arguments(point->format, args, &record.strings));
+    if (point && owner->sites)
+        owner->sites->hit(*point);
+    ring.end(entry);
 }
 
 EventDebug::EventDebug() : state_(std::make_unique<State>()) {}
@@ -199,15 +266,10 @@ std::vector<TraceEvent> EventDebug::events(const ed_component *component, uint32
 
 namespace {
 
-// Its arguments, strings by where they are kept.
-std::vector<uint64_t> words_of(const TraceEvent &event)
+EventText rendered(const TraceEvent &event)
 {
-    std::vector<uint64_t> words = event.args;
-    for (size_t i = 0; i < words.size(); i++) {
-        if ((event.strings >> i & 1) != 0)
-            words[i] = tap_word(event.texts[i].c_str());
-    }
-    return words;
+    const char *format = event.point->format ? event.point->format : "";
+    return render_kept_event(format, event.args, event.strings, event.texts);
 }
 
 std::string unknown_site(const TraceEvent &event)
@@ -221,18 +283,41 @@ std::string trace_line(const ed_component &component, const TraceEvent &event)
 {
     if (!event.point)
         return unknown_site(event);
-    const std::vector<uint64_t> words = words_of(event);
     const uint32_t line = event.point->line_filter & ED_LINE_ID_MASK;
-    return event_line(component, *event.point, line, event.point->format, words.data());
+    return event_line(component, *event.point, line, rendered(event));
 }
 
 std::string trace_text(const TraceEvent &event)
 {
     if (!event.point)
         return unknown_site(event);
-    std::string text = render_event(event.point->format, words_of(event)).text;
+    std::string text = rendered(event).text;
     text.erase(text.find_last_not_of(" \n") + 1);
     return text;
+}
+
+void EventDebug::keep_in(const std::filesystem::path &directory)
+{
+    state_->directory = directory;
+    ++state_->card;
+}
+
+void EventDebug::keep_in_memory()
+{
+    keep_in({});
+    for (const auto &registration : state_->registrations)
+        registration->keep_in_memory();
+}
+
+void EventDebug::check_files(const std::filesystem::path &directory)
+{
+    for (const std::string &component : traced_components(directory)) {
+        for (const char *buffer : buffer_names) {
+            const std::filesystem::path file = directory / trace_file_name(component, buffer);
+            if (std::filesystem::exists(std::filesystem::symlink_status(file)))
+                TraceFile::check(file);
+        }
+    }
 }
 
 void EventDebug::on_print(std::function<void(const std::string &line)> printer)
@@ -250,7 +335,7 @@ void EventDebug::on_slow_filter(
 
 using vlc::EventDebugServices;
 using vlc::tapped_call;
-using vlc::TraceRing;
+using vlc::TraceRecord;
 
 namespace {
 
@@ -259,7 +344,7 @@ bool trace_is_forced(void *buffer, uint64_t event_word, std::span<const uint64_t
     if (!vlc::service_tap_is_set) [[likely]]
         return false;
     vlc::ServiceCall call{"_ltrace", {vlc::tap_word(buffer), event_word}, 2 + words.size()};
-    static_assert(2 + TraceRing::max_args <= vlc::ServiceCall::max_args);
+    static_assert(2 + TraceRecord::max_args <= vlc::ServiceCall::max_args);
     std::copy(words.begin(), words.end(), call.args.begin() + 2);
     return vlc::ask_service_tap(call).has_value();
 }
@@ -302,10 +387,10 @@ void ed_slow_debugs(ed_debug_point *point, ed_component *component, uint32_t *ma
 void _ltrace(void *buffer, uint64_t event_word, ...)
 {
     const ed_debug_point *point = EventDebugServices::point_of(buffer, event_word);
-    const size_t arg_count = point ? std::min<size_t>(point->arg_count, TraceRing::max_args) : 0;
+    const size_t arg_count = point ? std::min<size_t>(point->arg_count, TraceRecord::max_args) : 0;
     // A message without arguments passes one 0, which only a tap is shown.
     const size_t word_count = point ? std::max<size_t>(arg_count, 1) : 0;
-    std::array<uint64_t, TraceRing::max_args> words{};
+    std::array<uint64_t, TraceRecord::max_args> words{};
     va_list passed;
     va_start(passed, event_word);
     for (size_t i = 0; i < word_count; i++)

@@ -1,50 +1,53 @@
-// A trace buffer: the last events that a component recorded, in the order of recording.
+// A trace buffer: the last events that a component recorded, in the order of recording. It is the
+// process's own memory; with a file, each event is written there too, for whoever looks from
+// outside or comes after the process.
 #pragma once
 
-#include <array>
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <vector>
 
 #include "vlc/event_debug.h"
+#include "vlc/trace_file.h"
 
 namespace vlc {
 
 class TraceRing {
 public:
-    static constexpr size_t max_args = 8;
-    static constexpr size_t text_bytes = 256; // of an event's string arguments together
-
     struct Entry {
-        uint64_t sequence;
-        int64_t nanoseconds;
-        uint64_t event_word;
+        uint64_t sequence; // of this process
         const ed_debug_point *point;
-        size_t arg_count;
-        std::array<uint64_t, max_args> args;
-        uint32_t strings; // bit n: argument n is a string, whose text is the next one in `texts`
-        std::array<char, text_bytes>
-            texts; // each ends with a zero byte; cut where there is no room
+        TraceRecord record;
     };
 
     // A string may be gone when the event is read, so its text is kept with the event.
-    static void keep_texts(Entry &entry, std::span<const std::string_view> texts);
+    static void keep_texts(TraceRecord &record, std::span<const std::string_view> texts);
 
     explicit TraceRing(uint32_t entries) : entries_(entries) {}
 
-    // The place of the next event, which the caller fills; its sequence is set.
-    Entry &next()
+    // The place of the next event, which the caller fills and then hands to `end`.
+    Entry &begin()
     {
         Entry &entry = entries_[recorded_ % entries_.size()];
         entry.sequence = recorded_++;
         return entry;
     }
+    void end(const Entry &entry)
+    {
+        if (file_)
+            file_->append(entry.record);
+    }
     std::vector<TraceEvent> events() const; // oldest first
+
+    uint32_t size() const { return static_cast<uint32_t>(entries_.size()); }
+    void write_to(std::unique_ptr<TraceFile> file) { file_ = std::move(file); } // null: to none
 
 private:
     std::vector<Entry> entries_;
     uint64_t recorded_ = 0;
+    std::unique_ptr<TraceFile> file_;
 };
 
 } // namespace vlc

@@ -10,6 +10,7 @@
 #include "remote_card.h"
 #include "socket_prm.h"
 #include "taken_back_on_failure.h"
+#include "vlc/event_debug.h"
 #include "vlc/hardware.h"
 #include "vlc/host_record.h"
 #include "vlc/state_directory.h"
@@ -52,6 +53,18 @@ struct DistantCard {
     }
 };
 
+// The trace of the process is in the card's directory while the card is alive.
+class TraceInDirectory {
+public:
+    explicit TraceInDirectory(const std::filesystem::path &directory)
+    {
+        EventDebug::instance().keep_in(directory);
+    }
+    ~TraceInDirectory() { EventDebug::instance().keep_in_memory(); }
+    TraceInDirectory(const TraceInDirectory &) = delete;
+    TraceInDirectory &operator=(const TraceInDirectory &) = delete;
+};
+
 std::unique_ptr<CardLink> connected_to(const CardAtSocket &card)
 {
     auto link = std::make_unique<CardLink>(card.socket, PeerRole::host);
@@ -77,6 +90,7 @@ struct VirtualLineCard::State {
     HostConsole console{directory, events};
     std::unique_ptr<DistantCard> distant;
     PrmClient client;
+    TraceInDirectory trace;
     FlowScan flow_scan;
     bool data_path_statistics_started = false;
 
@@ -84,7 +98,7 @@ struct VirtualLineCard::State {
         : link(std::move(to)), config(card), directory(path, Access::read_write), start(directory),
           own(checked_own_card()), window(directory, config.window_bytes),
           distant(link ? std::make_unique<DistantCard>(*link, events) : nullptr),
-          client(transport())
+          client(transport()), trace(directory.path())
     {
         record = HostRecord::begin(directory);
         directory.complete(config, holdings());
@@ -134,6 +148,7 @@ private:
     std::unique_ptr<OwnCard> checked_own_card()
     {
         directory.require(holdings());
+        EventDebug::check_files(directory.path());
         if (!link)
             return std::make_unique<OwnCard>(config, directory);
         require_same_type(directory, config);

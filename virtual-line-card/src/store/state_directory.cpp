@@ -52,7 +52,9 @@ const char *text_of(Holdings holdings)
 bool is_ours(const std::string &file)
 {
     static const std::regex ours(
-        "(window|prm|np[0-9]+|answers[0-9]+|console|host|virtual-line-card)(\\.new)?");
+        "(window|prm|np[0-9]+|answers[0-9]+|console|host|virtual-line-card|"
+        "trace-[A-Za-z0-9_%]*-(event|error)|sites-[A-Za-z0-9_%]*)"
+        "(\\.new)?");
     return std::regex_match(file, ours);
 }
 
