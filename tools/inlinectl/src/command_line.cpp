@@ -17,6 +17,7 @@
 #include "run_command.h"
 #include "show_command.h"
 #include "top_command.h"
+#include "trace_command.h"
 #include "vservice_command.h"
 
 namespace inlinectl {
@@ -32,8 +33,8 @@ constexpr const char *examples =
 
 std::vector<Command> all_commands()
 {
-    return {run_command(), card_command(),    vservice_command(), show_command(),
-            top_command(), metrics_command(), diff_command(),     audit_command()};
+    return {run_command(),     card_command(), vservice_command(), show_command(), top_command(),
+            metrics_command(), diff_command(), trace_command(),    audit_command()};
 }
 
 // A command and its place in the parser.

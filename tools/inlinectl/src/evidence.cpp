@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "evidence_text.h"
+#include "utc_time.h"
 #include "vlc/event_manager.h"
 #include "vlc/state_error.h"
 

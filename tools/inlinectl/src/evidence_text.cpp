@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <ctime>
 #include <iomanip>
 #include <string>
 #include <string_view>
@@ -16,6 +15,7 @@
 #include "inline_service_shadowdb.h"
 #include "numbers.h"
 #include "platform_error_text.h"
+#include "utc_time.h"
 #include "vlc/data_plane.h"
 #include "vlc/event_debug.h"
 
@@ -127,20 +127,6 @@ void write_np_row(std::ostream &out, uint32_t np, vlc::TableKind table, const vl
 }
 
 } // namespace
-
-std::string utc_text(int64_t nanoseconds)
-{
-    constexpr int64_t second = 1'000'000'000;
-    const time_t seconds = nanoseconds / second;
-    tm broken_down{};
-    gmtime_r(&seconds, &broken_down);
-    std::array<char, 32> date{};
-    std::strftime(date.data(), date.size(), "%Y-%m-%dT%H:%M:%S", &broken_down);
-    std::array<char, 16> fraction{};
-    std::snprintf(fraction.data(), fraction.size(), ".%09dZ",
-                  static_cast<int>(nanoseconds % second));
-    return std::string(date.data()) + fraction.data();
-}
 
 void write_answer(std::ostream &out, const prm_async_response &answer, int64_t read_at)
 {

@@ -10,9 +10,6 @@
 
 namespace inlinectl {
 
-// "2026-11-21T13:40:07.123456789Z"
-std::string utc_text(int64_t nanoseconds);
-
 void write_answer(std::ostream &out, const prm_async_response &answer, int64_t read_at);
 void write_shadow_entry(std::ostream &out, const prm_async_response &answer, const shadow_db *root,
                         uint32_t num_nps);

@@ -13,6 +13,7 @@
 #include "shown_shadow.h"
 #include "shown_state.h"
 #include "standard_streams.h"
+#include "trace_command.h"
 #include "vlc/state_error.h"
 
 namespace inlinectl {
@@ -36,7 +37,7 @@ constexpr const char *examples =
     "Nothing is changed, and no lock is taken; no host needs to be up.\n"
     "Exit codes: 0 shown, 1 no such entry, 2 usage or what cannot be read.";
 
-constexpr const char *views = "say attributes, vservices, flows, entry, shadow or counters";
+constexpr const char *views = "say attributes, vservices, flows, entry, shadow, counters or trace";
 
 struct ShowOptions {
     StatePlaces places;
@@ -45,6 +46,8 @@ struct ShowOptions {
     ShadowSelection shadow;
     CounterSelection counters;
     bool json = false;
+    TraceOptions trace;
+    std::function<void(const ShowOptions &)> check_apart; // of a view without window and card
     std::function<int(const ShowOptions &)> show;
 };
 
@@ -152,6 +155,16 @@ void declare_tables(CLI::App &show, ShowOptions &options)
         ->type_name("N");
 }
 
+void declare_trace_view(CLI::App &show, ShowOptions &options)
+{
+    CLI::App *trace = show.add_subcommand("trace", "What the library's sites traced");
+    declare_trace(*trace, options.trace);
+    trace->allow_extras()->callback([&options] {
+        options.check_apart = [](const ShowOptions &given) { check(given.trace); };
+        options.show = [](const ShowOptions &given) { return perform(given.trace); };
+    });
+}
+
 void declare(CLI::App &show, ShowOptions &options)
 {
     add_view(show, options, "attributes", "Attributes of interfaces", of_state<show_attributes>);
@@ -165,12 +178,15 @@ void declare(CLI::App &show, ShowOptions &options)
             "key", "The key, 0 to 1023", [&options](uint32_t key) { options.key = key; })
         ->required();
     declare_tables(show, options);
+    declare_trace_view(show, options);
     show.require_subcommand(0, 1);
     show.footer(examples);
 }
 
 void check(const ShowOptions &options)
 {
+    if (options.check_apart)
+        return options.check_apart(options);
     if (!options.show)
         throw UsageError(std::string("nothing to show: ") + views);
     check_state_places(options.places);
