@@ -5,10 +5,14 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "platform_event_debug.h"
+#include "vlc/site_messages.h"
+#include "vlc/site_query.h"
+#include "vlc/trace_file.h"
 
 namespace vlc {
 
@@ -27,6 +31,12 @@ std::string trace_line(const ed_component &component, const TraceEvent &event);
 
 // "text" alone, without what ends a line
 std::string trace_text(const TraceEvent &event);
+
+// A query that can be read and cannot be carried out.
+class SiteQueryRefused : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 // Registered components and what they recorded. The process has one.
 class EventDebug {
@@ -48,9 +58,19 @@ public:
     // Throws StateError for a file of a trace that cannot be gone on with.
     static void check_files(const std::filesystem::path &directory);
 
+    // Carries out queries on the sites of the components that have shown themselves to the card
+    // that is alive. Throws SiteQueryRefused, with nothing changed, when one of them selects no
+    // site.
+    std::vector<SiteChange> change_sites(const std::vector<SiteQuery> &queries);
+    // Is given what sites print beside the printer, as an event; returns whether somebody sees it.
+    // When somebody does, standard error is spared.
+    using Follower = std::function<bool(const ed_component &, const TraceRecord &)>;
+    void on_follow(Follower follower);
+
     // What ed_print_debug and ed_slow_debugs print: one finished line; standard error by default.
     void on_print(std::function<void(const std::string &line)> printer);
-    // Decides for ed_slow_debugs whether a message passes; nothing passes by default.
+    // Decides for ed_slow_debugs whether a message passes. Without it a message passes when a query
+    // made its site slow and the query's conditions hold.
     void on_slow_filter(std::function<bool(const ed_debug_point &, const uint64_t *args)> filter);
 
 private:

@@ -28,6 +28,9 @@ struct StoredSite {
     std::vector<std::string> arg_names;
 };
 
+// As it stands in memory; without hits.
+StoredSite site_of(const ed_debug_point &point);
+
 struct StoredSites {
     std::string name;       // of the component
     std::string short_name; // by which it is known

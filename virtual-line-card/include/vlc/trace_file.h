@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -39,6 +40,11 @@ static_assert(sizeof(TraceRecord) == 384);
 // The texts by the places of their arguments, empty for an argument that is no string. What is
 // damaged gives fewer.
 std::vector<std::string> texts_of(const TraceRecord &record);
+
+// The used part of a record as one word of letters and digits, to go where a file does not; and
+// back, none for a word that is no record.
+std::string text_of_record(const TraceRecord &record);
+std::optional<TraceRecord> record_of_text(std::string_view text);
 
 // The one writer of a file; a file that is there is gone on with.
 class TraceFile {

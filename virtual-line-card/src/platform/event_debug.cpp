@@ -8,11 +8,11 @@
 #include <span>
 #include <string_view>
 
+#include "event_registration.h"
+#include "site_switches.h"
 #include "tap_words.h"
-#include "trace_ring.h"
 #include "vlc/event_manager.h"
 #include "vlc/event_text.h"
-#include "vlc/site_table.h"
 #include "vlc/state_error.h"
 
 namespace vlc {
@@ -28,34 +28,12 @@ std::string_view short_name_of(const ed_component &component)
 
 } // namespace
 
-// What is kept of one component. Its name is a copy: a component that is registered anew may have
-// been unloaded before. The rings stay for ever, since a component may hold on to them.
-struct Registration {
-    std::string short_name;
-    ed_component *component = nullptr;
-    std::unique_ptr<TraceRing> rings[ED_TRACE_BUFFERS];
-    std::vector<const ed_debug_point *> point_of_number;
-    std::unique_ptr<SiteTable> sites; // in the state directory
-    uint64_t kept_for = 0;            // the card, by number, for which the files were opened
-
-    bool has_ring(const void *buffer) const
-    {
-        return std::any_of(std::begin(rings), std::end(rings),
-                           [buffer](const auto &ring) { return ring.get() == buffer; });
-    }
-    const ed_debug_point *point(uint64_t number);
-    void number_points();
-    // Returns the order of the last event that is there. Throws StateError.
-    uint64_t keep_in(const std::filesystem::path &directory);
-    void keep_in_memory();
-};
-
-constexpr const char *buffer_names[ED_TRACE_BUFFERS] = {"event", "error"};
-
 struct EventDebug::State {
     std::vector<std::unique_ptr<Registration>> registrations;
     std::function<void(const std::string &)> printer;
     std::function<bool(const ed_debug_point &, const uint64_t *)> slow_filter;
+    EventDebug::Follower follower;
+    SiteSwitches switches;
     std::filesystem::path directory; // of the card that is alive
     uint64_t card = 0;               // how many came and went
     uint64_t order = 0;              // of the last event of all components
@@ -76,81 +54,60 @@ struct EventDebug::State {
         }
         return nullptr;
     }
-    void print(const std::string &line) const;
+    void print(const ed_component &component, const ed_debug_point &point, uint32_t line,
+               const char *format, const uint64_t *args);
     void keep(Registration &registration);
 };
-
-// A point may get its number as late as with its first message, so a number that is not known yet
-// is looked for once more.
-const ed_debug_point *Registration::point(uint64_t number)
-{
-    if (number >= component->debug_point_count)
-        return nullptr;
-    if (number >= point_of_number.size() || !point_of_number[number] ||
-        point_of_number[number]->number != number)
-        number_points();
-    return point_of_number[number];
-}
-
-void Registration::number_points()
-{
-    point_of_number.assign(component->debug_point_count, nullptr);
-    for (uint64_t i = 0; i < component->debug_point_count; i++) {
-        const ed_debug_point &point = component->debug_points[i];
-        if (point.number < point_of_number.size())
-            point_of_number[point.number] = &point;
-    }
-}
-
-uint64_t Registration::keep_in(const std::filesystem::path &directory)
-{
-    number_points();
-    uint64_t order = 0;
-    std::unique_ptr<TraceFile> files[ED_TRACE_BUFFERS];
-    for (size_t i = 0; i < ED_TRACE_BUFFERS; i++) {
-        files[i] = std::make_unique<TraceFile>(
-            directory / trace_file_name(short_name, buffer_names[i]), rings[i]->size());
-        order = std::max(order, files[i]->last_order());
-    }
-    sites = std::make_unique<SiteTable>(directory / sites_file_name(short_name), *component,
-                                        point_of_number);
-    for (size_t i = 0; i < ED_TRACE_BUFFERS; i++)
-        rings[i]->write_to(std::move(files[i]));
-    return order;
-}
-
-void Registration::keep_in_memory()
-{
-    sites.reset();
-    for (const auto &ring : rings) {
-        if (ring)
-            ring->write_to(nullptr);
-    }
-}
 
 // A component is brought to the card's directory when it shows that it is there: one that was
 // unloaded meanwhile must not be looked at. What cannot be kept does not stop it.
 void EventDebug::State::keep(Registration &registration)
 {
-    registration.kept_for = card;
     registration.keep_in_memory();
-    if (directory.empty())
-        return;
     try {
-        order = std::max(order, registration.keep_in(directory));
+        if (!directory.empty())
+            order = std::max(order, registration.keep_in(directory));
     } catch (const StateError &error) {
         registration.keep_in_memory();
         std::fprintf(stderr, "virtual line card: the trace of %s stays in memory: %s\n",
                      registration.short_name.c_str(), error.what());
     }
+    registration.kept_for = card;
 }
 
-void EventDebug::State::print(const std::string &line) const
+// What stands in a trace of a site, but for its place there.
+void fill_record(TraceRecord &record, const ed_debug_point *point, uint64_t event_word,
+                 std::span<const uint64_t> args)
 {
+    record.nanoseconds = CardClock::now().count();
+    record.event_word = event_word;
+    record.sites = 0;
+    record.order = 0;
+    record.arg_count = static_cast<uint32_t>(args.size());
+    std::copy(args.begin(), args.end(), record.args.begin());
+    record.strings = 0;
+    record.text_bytes = 0;
+    record.reserved = 0;
+    if (point && point->format)
+        TraceRing::keep_texts(record, string_arguments(point->format, args, &record.strings));
+}
+
+void EventDebug::State::print(const ed_component &component, const ed_debug_point &point,
+                              uint32_t line, const char *format, const uint64_t *args)
+{
+    bool followed = false;
+    if (follower) {
+        const size_t count = args ? std::min<size_t>(point.arg_count, TraceRecord::max_args) : 0;
+        const Registration *registration = find(short_name_of(component));
+        TraceRecord record{};
+        fill_record(record, &point, point.number, {args, count});
+        record.sites = registration && registration->sites ? registration->sites->check() : 0;
+        followed = follower(component, record);
+    }
     if (printer)
-        printer(line);
-    else
-        std::fprintf(stderr, "%s\n", line.c_str());
+        printer(event_line(component, point, line, format, args));
+    else if (!followed)
+        std::fprintf(stderr, "%s\n", event_line(component, point, line, format, args).c_str());
 }
 
 // The services' half of the registry.
@@ -198,12 +155,13 @@ uint32_t EventDebugServices::add(ed_component *component)
 void EventDebugServices::print(const ed_component &component, const ed_debug_point &point,
                                uint32_t line, const char *format, const uint64_t *args)
 {
-    state().print(event_line(component, point, line, format, args));
+    state().print(component, point, line, format, args);
 }
 
 bool EventDebugServices::passes_slow_filter(const ed_debug_point &point, const uint64_t *args)
 {
-    return state().slow_filter && state().slow_filter(point, args);
+    return state().slow_filter ? state().slow_filter(point, args)
+                               : state().switches.passes(point, args);
 }
 
 const ed_debug_point *EventDebugServices::point_of(const void *buffer, uint64_t event_word)
@@ -223,17 +181,9 @@ void EventDebugServices::record(void *buffer, uint64_t event_word, const ed_debu
     TraceRing &ring = *static_cast<TraceRing *>(buffer);
     TraceRing::Entry &entry = ring.begin();
     entry.point = point;
-    TraceRecord &record = entry.record;
-    record.nanoseconds = CardClock::now().count();
-    record.event_word = event_word;
-    record.sites = owner->sites ? owner->sites->check() : 0;
-    record.order = ++state().order;
-    record.arg_count = static_cast<uint32_t>(args.size());
-    std::copy(args.begin(), args.end(), record.args.begin());
-    record.strings = 0;
-    record.text_bytes = 0;
-    if (point && point->format)
-        TraceRing::keep_texts(record, string_arguments(point->format, args, &record.strings));
+    fill_record(entry.record, point, event_word, args);
+    entry.record.sites = owner->sites ? owner->sites->check() : 0;
+    entry.record.order = ++state().order;
     if (point && owner->sites)
         owner->sites->hit(*point);
     ring.end(entry);
@@ -312,12 +262,27 @@ void EventDebug::keep_in_memory()
 void EventDebug::check_files(const std::filesystem::path &directory)
 {
     for (const std::string &component : traced_components(directory)) {
-        for (const char *buffer : buffer_names) {
+        for (const char *buffer : trace_buffer_names) {
             const std::filesystem::path file = directory / trace_file_name(component, buffer);
             if (std::filesystem::exists(std::filesystem::symlink_status(file)))
                 TraceFile::check(file);
         }
     }
+}
+
+std::vector<SiteChange> EventDebug::change_sites(const std::vector<SiteQuery> &queries)
+{
+    std::vector<Registration *> shown;
+    for (const auto &registration : state_->registrations) {
+        if (registration->sites && registration->kept_for == state_->card)
+            shown.push_back(registration.get());
+    }
+    return state_->switches.carry_out(queries, shown);
+}
+
+void EventDebug::on_follow(Follower follower)
+{
+    state_->follower = std::move(follower);
 }
 
 void EventDebug::on_print(std::function<void(const std::string &line)> printer)

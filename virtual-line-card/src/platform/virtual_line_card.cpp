@@ -8,6 +8,7 @@
 #include "host_link.h"
 #include "prm_client.h"
 #include "remote_card.h"
+#include "site_console.h"
 #include "socket_prm.h"
 #include "taken_back_on_failure.h"
 #include "vlc/event_debug.h"
@@ -53,18 +54,6 @@ struct DistantCard {
     }
 };
 
-// The trace of the process is in the card's directory while the card is alive.
-class TraceInDirectory {
-public:
-    explicit TraceInDirectory(const std::filesystem::path &directory)
-    {
-        EventDebug::instance().keep_in(directory);
-    }
-    ~TraceInDirectory() { EventDebug::instance().keep_in_memory(); }
-    TraceInDirectory(const TraceInDirectory &) = delete;
-    TraceInDirectory &operator=(const TraceInDirectory &) = delete;
-};
-
 std::unique_ptr<CardLink> connected_to(const CardAtSocket &card)
 {
     auto link = std::make_unique<CardLink>(card.socket, PeerRole::host);
@@ -90,7 +79,7 @@ struct VirtualLineCard::State {
     HostConsole console{directory, events};
     std::unique_ptr<DistantCard> distant;
     PrmClient client;
-    TraceInDirectory trace;
+    SiteConsole sites;
     FlowScan flow_scan;
     bool data_path_statistics_started = false;
 
@@ -98,7 +87,7 @@ struct VirtualLineCard::State {
         : link(std::move(to)), config(card), directory(path, Access::read_write), start(directory),
           own(checked_own_card()), window(directory, config.window_bytes),
           distant(link ? std::make_unique<DistantCard>(*link, events) : nullptr),
-          client(transport()), trace(directory.path())
+          client(transport()), sites(directory, console)
     {
         record = HostRecord::begin(directory);
         directory.complete(config, holdings());

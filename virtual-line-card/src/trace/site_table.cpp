@@ -241,6 +241,25 @@ void follow_word(Word &place, Word value) noexcept
 
 } // namespace
 
+StoredSite site_of(const ed_debug_point &point)
+{
+    const auto text = [](const char *from) { return std::string(from ? from : ""); };
+    StoredSite site{.number = point.number,
+                    .line = point.line_filter & ED_LINE_ID_MASK,
+                    .level = point.level,
+                    .trace_buffer = point.trace_buffer,
+                    .flags = point.flags,
+                    .line_filter = point.line_filter,
+                    .hits = 0,
+                    .file = text(point.file),
+                    .function = text(point.function),
+                    .format = text(point.format),
+                    .arg_names = {}};
+    for (uint32_t i = 0; point.arg_names && i < point.arg_count; ++i)
+        site.arg_names.push_back(text(point.arg_names[i]));
+    return site;
+}
+
 const StoredSite *StoredSites::site(uint32_t number) const
 {
     const auto found = std::ranges::lower_bound(sites, number, {}, &StoredSite::number);

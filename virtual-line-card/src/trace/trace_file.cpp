@@ -1,6 +1,7 @@
 #include "vlc/trace_file.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <optional>
 
@@ -185,6 +186,36 @@ StoredTrace read_trace(const std::filesystem::path &path)
         return trace.damaged + trace.unfinished != 0;
     });
     return trace;
+}
+
+std::string text_of_record(const TraceRecord &record)
+{
+    static constexpr std::string_view digits = "0123456789abcdef";
+    const auto *bytes = reinterpret_cast<const unsigned char *>(&record.nanoseconds);
+    std::string text;
+    for (size_t at = 0; at < used_bytes(record); ++at) {
+        text += digits[bytes[at] >> 4];
+        text += digits[bytes[at] & 15];
+    }
+    return text;
+}
+
+std::optional<TraceRecord> record_of_text(std::string_view text)
+{
+    TraceRecord record{};
+    auto *bytes = reinterpret_cast<unsigned char *>(&record.nanoseconds);
+    constexpr size_t most = sizeof record - offsetof(TraceRecord, nanoseconds);
+    if (text.size() / 2 > most) {
+        return std::nullopt;
+    }
+    for (size_t at = 0; at < text.size() / 2; ++at) {
+        const char *digits = text.data() + 2 * at;
+        if (std::from_chars(digits, digits + 2, bytes[at], 16).ptr != digits + 2) {
+            return std::nullopt;
+        }
+    }
+    const bool is_whole = is_in_bounds(record) && text.size() == 2 * used_bytes(record);
+    return is_whole ? std::optional(record) : std::nullopt;
 }
 
 std::vector<std::string> texts_of(const TraceRecord &record)

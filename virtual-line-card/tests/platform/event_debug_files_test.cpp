@@ -156,6 +156,22 @@ TEST_F(EventDebugFiles, AComponentThatWasThereBeforeTheCardIsTakenAtItsNextEvent
     EXPECT_EQ(Lines{"0 one"}, kept());
 }
 
+TEST_F(EventDebugFiles, HaveTheSitesThatGotTheirNumbersLate)
+{
+    ed_debug_point points[] = {point, point};
+    points[1].function = "b_function";
+    component.debug_points = points;
+    component.debug_point_count = 2;
+    open_card();
+    ed_init(&component, 0, 0, 0, 0);
+    points[1].number = 1;
+    _ltrace(component.buffer_handles[ED_ERROR_BUFFER], ED_EVENT_WORD_FIXED | 1, "late");
+    ASSERT_EQ(2U, sites().sites.size());
+    EXPECT_EQ("b_function", sites().site(1)->function);
+    EXPECT_EQ(1U, sites().site(1)->hits);
+    EXPECT_EQ(Lines{"0 late"}, kept());
+}
+
 TEST_F(EventDebugFiles, AreNoObstacleWhenTheirDirectoryIsThrownAway)
 {
     open_card();

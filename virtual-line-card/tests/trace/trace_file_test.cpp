@@ -182,6 +182,33 @@ TEST_F(TraceFiles, TextsOfADamagedEventEndWithIt)
     EXPECT_EQ("", texts[1]);
 }
 
+TEST(TraceRecords, ComeBackFromTheirText)
+{
+    const TraceRecord record = event(7);
+    const std::string text = text_of_record(record);
+    EXPECT_EQ(std::string::npos, text.find_first_not_of("0123456789abcdef"));
+    TraceRecord read = record_of_text(text).value();
+    read.mark = 8;
+    expect_event(read, 7);
+}
+
+TEST(TraceRecords, AreNoneOfATextThatIsNoRecord)
+{
+    const std::string text = text_of_record(event(7));
+    EXPECT_FALSE(record_of_text(""));
+    EXPECT_FALSE(record_of_text("zz"));
+    EXPECT_FALSE(record_of_text(text + "0"));
+    EXPECT_FALSE(record_of_text(text + "00"));
+    EXPECT_FALSE(record_of_text(text.substr(2)));
+    EXPECT_FALSE(record_of_text(std::string(4000, 'f')));
+    for (size_t at = 0; at < text.size(); ++at) {
+        std::string other = text;
+        other[at] = 'f';
+        const TraceRecord read = record_of_text(other).value_or(TraceRecord{});
+        EXPECT_LE(texts_of(read).size(), TraceRecord::max_args);
+    }
+}
+
 TEST(TraceNames, AnyShortNameGivesAFileOfTheDirectory)
 {
     TestDirectory directory;
