@@ -209,12 +209,11 @@ TEST_F(ShowBesideAHost, RefusesATableThatLeadsOutOfTheWindow)
 
 TEST_F(ShowCommand, RefusesBadWords)
 {
-    expect_refusal(
-        {"show"},
-        "nothing to show: say attributes, vservices, flows, entry, shadow, counters or trace");
+    expect_refusal({"show"}, "nothing to show: say attributes, vservices, flows, entry, shadow, "
+                             "counters, sites or trace");
     expect_refusal({"show", "vservice"}, "unknown command 'vservice'; did you mean 'vservices'?");
     expect_refusal({"show", "tables"}, "unknown command 'tables'; say attributes, vservices, "
-                                       "flows, entry, shadow, counters or trace");
+                                       "flows, entry, shadow, counters, sites or trace");
     expect_refusal({"show", "vservices"}, "nothing to look into: give --state");
     expect_refusal({"show", "entry", "--state", state}, "key is required");
     expect_refusal({"show", "entry", "1024", "--state", state},

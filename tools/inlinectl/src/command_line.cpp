@@ -16,6 +16,7 @@
 #include "nearest_name.h"
 #include "run_command.h"
 #include "show_command.h"
+#include "sites_command.h"
 #include "top_command.h"
 #include "trace_command.h"
 #include "vservice_command.h"
@@ -33,8 +34,9 @@ constexpr const char *examples =
 
 std::vector<Command> all_commands()
 {
-    return {run_command(),     card_command(), vservice_command(), show_command(), top_command(),
-            metrics_command(), diff_command(), trace_command(),    audit_command()};
+    return {run_command(),   card_command(),    vservice_command(), show_command(),
+            top_command(),   metrics_command(), diff_command(),     trace_command(),
+            sites_command(), audit_command()};
 }
 
 // A command and its place in the parser.

@@ -113,24 +113,12 @@ private:
             note(file, stored.damaged, "left out: damaged");
             trace.is_damaged |= stored.damaged > 0;
             for (const vlc::TraceRecord &record : stored.events)
-                trace.events.push_back(decoded(component, buffer, record, sites));
+                trace.events.push_back(decode_event(component, record, sites));
+            for (DecodedEvent &event : std::span(trace.events).last(stored.events.size()))
+                event.buffer = buffer;
         } catch (const vlc::StateError &error) {
             fail(error.what());
         }
-    }
-
-    static DecodedEvent decoded(const std::string &component, const char *buffer,
-                                const vlc::TraceRecord &record, const vlc::StoredSites *sites)
-    {
-        DecodedEvent event{.component = component,
-                           .buffer = buffer,
-                           .record = record,
-                           .text = "",
-                           .arguments = {}};
-        if (sites && sites->check == record.sites)
-            event.site = sites->site(event.number());
-        decode_arguments(event);
-        return event;
     }
 
     void fail(const std::string &why)
@@ -157,6 +145,18 @@ private:
 uint32_t DecodedEvent::number() const
 {
     return static_cast<uint32_t>(record.event_word & ((uint64_t{1} << ED_EVENT_NUMBER_BITS) - 1));
+}
+
+DecodedEvent decode_event(const std::string &component, const vlc::TraceRecord &record,
+                          const vlc::StoredSites *sites)
+{
+    DecodedEvent event{
+        .component = component, .buffer = "", .record = record, .text = "", .arguments = {}};
+    if (sites && sites->check == record.sites)
+        event.site = sites->site(event.number());
+    event.buffer = trace_buffers[event.site && event.site->trace_buffer != 0 ? 1 : 0];
+    decode_arguments(event);
+    return event;
 }
 
 DecodedTrace decode_trace(const fs::path &state_directory)

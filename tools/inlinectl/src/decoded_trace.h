@@ -24,14 +24,15 @@ struct DecodedArgument {
 
 struct DecodedEvent {
     std::string component; // its short name
-    std::string buffer;    // "event" or "error"
+    std::string buffer;    // "event" or "error"; of its site, where it was only printed
     vlc::TraceRecord record;
     const vlc::StoredSite *site = nullptr; // null when no table has it
     std::string text;                      // on one line
     std::vector<DecodedArgument> arguments;
 
-    uint64_t sequence() const { return record.mark - 1; }
-    uint32_t number() const; // of its site
+    bool is_traced() const { return record.mark != 0; }   // or only printed
+    uint64_t sequence() const { return record.mark - 1; } // of one that is
+    uint32_t number() const;                              // of its site
 };
 
 struct DecodedTrace {
@@ -47,6 +48,10 @@ inline constexpr const char *trace_buffers[] = {"event", "error"};
 // Also while a host writes. Throws StateError for a directory that is none of a card, and when no
 // trace of it can be read.
 DecodedTrace decode_trace(const std::filesystem::path &state_directory);
+
+// One event, by the table of its component; null for none.
+DecodedEvent decode_event(const std::string &component, const vlc::TraceRecord &record,
+                          const vlc::StoredSites *sites);
 
 // What a terminal would take for a command shows as a question mark.
 std::string printable(std::string text);

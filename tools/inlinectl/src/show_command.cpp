@@ -12,6 +12,7 @@
 #include "shown_counters.h"
 #include "shown_shadow.h"
 #include "shown_state.h"
+#include "sites_command.h"
 #include "standard_streams.h"
 #include "trace_command.h"
 #include "vlc/state_error.h"
@@ -37,7 +38,8 @@ constexpr const char *examples =
     "Nothing is changed, and no lock is taken; no host needs to be up.\n"
     "Exit codes: 0 shown, 1 no such entry, 2 usage or what cannot be read.";
 
-constexpr const char *views = "say attributes, vservices, flows, entry, shadow, counters or trace";
+constexpr const char *views =
+    "say attributes, vservices, flows, entry, shadow, counters, sites or trace";
 
 struct ShowOptions {
     StatePlaces places;
@@ -46,6 +48,7 @@ struct ShowOptions {
     ShadowSelection shadow;
     CounterSelection counters;
     bool json = false;
+    SitesOptions sites;
     TraceOptions trace;
     std::function<void(const ShowOptions &)> check_apart; // of a view without window and card
     std::function<int(const ShowOptions &)> show;
@@ -155,13 +158,16 @@ void declare_tables(CLI::App &show, ShowOptions &options)
         ->type_name("N");
 }
 
-void declare_trace_view(CLI::App &show, ShowOptions &options)
+// A view of a command of its own, which needs no window and no card.
+template <typename Options>
+void add_apart(CLI::App &show, ShowOptions &options, const char *name, const char *summary,
+               Options ShowOptions::*own, void (*declare_own)(CLI::App &, Options &))
 {
-    CLI::App *trace = show.add_subcommand("trace", "What the library's sites traced");
-    declare_trace(*trace, options.trace);
-    trace->allow_extras()->callback([&options] {
-        options.check_apart = [](const ShowOptions &given) { check(given.trace); };
-        options.show = [](const ShowOptions &given) { return perform(given.trace); };
+    CLI::App *app = show.add_subcommand(name, summary);
+    declare_own(*app, options.*own);
+    app->allow_extras()->callback([&options, own] {
+        options.check_apart = [own](const ShowOptions &given) { check(given.*own); };
+        options.show = [own](const ShowOptions &given) { return perform(given.*own); };
     });
 }
 
@@ -178,7 +184,10 @@ void declare(CLI::App &show, ShowOptions &options)
             "key", "The key, 0 to 1023", [&options](uint32_t key) { options.key = key; })
         ->required();
     declare_tables(show, options);
-    declare_trace_view(show, options);
+    add_apart(show, options, "sites", "The library's sites", &ShowOptions::sites,
+              declare_site_list);
+    add_apart(show, options, "trace", "What the library's sites traced", &ShowOptions::trace,
+              declare_trace);
     show.require_subcommand(0, 1);
     show.footer(examples);
 }

@@ -45,10 +45,11 @@ Json json_of(const DecodedEvent &event)
 {
     Json json{{"time", utc_text(event.record.nanoseconds)},
               {"nanoseconds", event.record.nanoseconds},
-              {"sequence", event.sequence()},
               {"component", event.component},
               {"buffer", event.buffer},
               {"number", event.number()}};
+    if (event.is_traced())
+        json["sequence"] = event.sequence();
     if (event.site) {
         json["level"] = event.site->level;
         json["file"] = event.site->file;
