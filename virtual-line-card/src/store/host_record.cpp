@@ -129,7 +129,7 @@ std::unique_ptr<HostRecord> HostRecord::begin(const StateDirectory &directory)
 {
     std::unique_ptr<File> file;
     try {
-        file = std::make_unique<File>(opened_or_made(directory.file(host_file)));
+        file.reset(new File{opened_or_made(directory.file(host_file))});
     } catch (const StateError &) {
         return nullptr;
     }
