@@ -14,7 +14,7 @@ namespace {
 
 // One conversion of a format: %[flags][width][.precision][length]type
 struct Conversion {
-    std::string adjust;      // flags, width and precision as written
+    std::string_view adjust; // flags, width and precision as written
     std::string_view length; // "hh", "h", "", "l", "ll", "j", "z" or "t"
     char type = 0;           // 0 when the format ends inside the conversion
     const char *end = nullptr;
@@ -36,12 +36,17 @@ std::string with_numbers_cut(std::string_view adjust)
     return cut;
 }
 
+std::string printf_adjust(const Conversion &conversion)
+{
+    return '%' + with_numbers_cut(conversion.adjust);
+}
+
 Conversion read_conversion(const char *begin) // begin: after the '%'
 {
     Conversion conversion;
     const size_t adjust = std::strspn(begin, "-+ #0123456789.");
     const size_t length = std::strspn(begin + adjust, "hljzt");
-    conversion.adjust = with_numbers_cut({begin, adjust});
+    conversion.adjust = {begin, adjust};
     conversion.length = {begin + adjust, length};
     conversion.type = begin[adjust + length];
     conversion.end = begin + adjust + length + (conversion.type != 0);
@@ -90,7 +95,7 @@ const char *as_text(uint64_t word)
 std::string precision_of(const Conversion &conversion)
 {
     const size_t dot = conversion.adjust.find('.');
-    return dot == std::string::npos ? "" : conversion.adjust.substr(dot);
+    return dot == std::string_view::npos ? "" : with_numbers_cut(conversion.adjust.substr(dot));
 }
 
 // How many bytes of a text the conversion reads at most.
@@ -107,13 +112,13 @@ struct Argument {
 
 Argument render_text(const Conversion &conversion, const char *text)
 {
-    return {formatted('%' + conversion.adjust + 's', text),
+    return {formatted(printf_adjust(conversion) + 's', text),
             '"' + formatted('%' + precision_of(conversion) + 's', text) + '"'};
 }
 
 Argument render_number(const Conversion &conversion, uint64_t word)
 {
-    const std::string adjust = '%' + conversion.adjust;
+    const std::string adjust = printf_adjust(conversion);
     const auto number = as_unsigned(word, conversion.length);
     switch (conversion.type) {
     case 'd':
