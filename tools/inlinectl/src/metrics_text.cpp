@@ -134,8 +134,8 @@ void write_nps(MetricWriter &metrics, const Snapshot &state)
         metrics.sample({{"np", std::to_string(np)}}, state.nps[np].unread.empty() ? 1 : 0);
     for (const auto &[family, count] : np_counts) {
         metrics.begin(family);
-        for_each_read_np(state, [&](const std::string &np, const NpSnapshot &read) {
-            metrics.sample({{"np", np}}, read.totals.*count);
+        for_each_read_np(state, [&, number = count](const std::string &np, const NpSnapshot &read) {
+            metrics.sample({{"np", np}}, read.totals.*number);
         });
     }
     const auto by_table = [&](const Family &family, const auto &number) {
