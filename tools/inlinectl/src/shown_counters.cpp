@@ -16,8 +16,8 @@ namespace {
 class Holders {
 public:
     Holders(const Snapshot &state, uint32_t np, NpCounters &found)
-        : state_(state), region_(state.region()), found_(found),
-          holders_(region_.places(), UsedCounter::nobody), dropped_(region_.places())
+        : region_(state.region()), found_(found), holders_(region_.places(), UsedCounter::nobody),
+          dropped_(region_.places())
     {
         for (size_t entry = 0; entry < state.entries.size(); ++entry) {
             const EntryCounters held = counters_of(state.entries[entry], np, region_);
@@ -42,7 +42,6 @@ private:
         dropped_[place] = is_dropped;
     }
 
-    const Snapshot &state_;
     const services::CounterRegion region_;
     NpCounters &found_;
     std::vector<size_t> holders_;
