@@ -85,6 +85,7 @@ public:
 
     Snapshot take()
     {
+        unswapped_ = taken_.region().unswapped;
         take_shadow();
         if (parts_.rows)
             taken_.rows.resize(taken_.entries.size() * taken_.nps.size());
@@ -142,8 +143,6 @@ private:
         try {
             if (parts_.rows)
                 take_rows(number, by_key);
-            if (parts_.contents)
-                take_all_rows(number);
             if (parts_.counters)
                 np.counters = card_->counters(number);
             if (parts_.totals)
@@ -159,46 +158,44 @@ private:
         }
     }
 
-    void take_all_rows(uint32_t np)
+    // A look at a table of a card that no process runs checks all of the NP's file, so there is
+    // one for all that is to be known of it.
+    void take_rows(uint32_t np, const EntriesByKey &by_key)
     {
-        for (uint32_t table = 0; table < vlc::table_kinds; ++table)
+        const uint32_t tables =
+            parts_.contents || parts_.totals ? vlc::table_kinds : uint32_t{SHADOW_DB_TABLES};
+        for (uint32_t table = 0; table < tables; ++table)
             card_->for_each_hit_count(np, static_cast<vlc::TableKind>(table),
                                       [&](const vlc::TableRow &row, const vlc::PacketCount &hits) {
-                                          taken_.np_rows.push_back({np, table, row, hits});
+                                          ++taken_.nps[np].rows[table];
+                                          if (parts_.contents)
+                                              taken_.np_rows.push_back({np, table, row, hits});
+                                          if (table < SHADOW_DB_TABLES)
+                                              take_row(np, by_key, table, row, hits);
                                       });
     }
 
-    void take_rows(uint32_t np, const EntriesByKey &by_key)
+    void take_row(uint32_t np, const EntriesByKey &by_key, uint32_t table, const vlc::TableRow &row,
+                  const vlc::PacketCount &hits)
     {
-        const bool unswapped = taken_.region().unswapped;
-        for (uint32_t table = 0; table < SHADOW_DB_TABLES; ++table) {
-            card_->for_each_hit_count(
-                np, static_cast<vlc::TableKind>(table),
-                [&](const vlc::TableRow &row, const vlc::PacketCount &hits) {
-                    ++taken_.nps[np].rows[table];
-                    by_key.for_each(table, row.key_span(), [&](size_t entry) {
-                        const auto wanted =
-                            services::row_result(taken_.entries[entry].content, np, unswapped);
-                        const bool is_same = std::ranges::equal(
-                            vlc::Bytes(wanted.bytes.data(), wanted.length), row.result_span());
-                        taken_.rows[entry * taken_.nps.size() + np] = {true, is_same, hits};
-                    });
-                });
-        }
+        by_key.for_each(table, row.key_span(), [&](size_t entry) {
+            const auto wanted = services::row_result(taken_.entries[entry].content, np, unswapped_);
+            const bool is_same = std::ranges::equal(vlc::Bytes(wanted.bytes.data(), wanted.length),
+                                                    row.result_span());
+            taken_.rows[entry * taken_.nps.size() + np] = {true, is_same, hits};
+        });
     }
 
     void take_totals(uint32_t number)
     {
         NpSnapshot &np = taken_.nps[number];
         np.totals = card_->totals(number);
-        card_->for_each_row(number, vlc::TableKind::flow, [&np](const vlc::TableRow &) {
-            ++np.rows[static_cast<size_t>(vlc::TableKind::flow)];
-        });
         card_->for_each_counter_run(
             number, [&np](const vlc::CounterRun &run) { np.flow_counters_in_use += run.length; });
     }
 
     SnapshotParts parts_;
+    bool unswapped_ = false; // as the card takes counters
     vlc::StateDirectory host_;
     std::unique_ptr<vlc::CardAccess> card_; // null when it cannot be looked into
     Snapshot taken_;

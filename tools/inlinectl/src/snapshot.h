@@ -73,7 +73,7 @@ struct SnapshotParts {
     bool rows = true;
     bool counters = false; // each of the region with what it has counted
     bool contents = false; // every row, attributes, virtual services and flows
-    bool totals = false;   // of NPs, and the flow rows and flow counters in use
+    bool totals = false;   // of NPs, with rows those of flows too, and flow counters in use
 };
 
 // Throws UsageError and StateError when the places themselves cannot be: no state, another card's
