@@ -28,7 +28,7 @@ protected:
     {
         std::map<json, double> found;
         for (const json &sample : samples) {
-            if (sample["name"] == name) {
+            if (sample["name"] == "inline_" + name) {
                 EXPECT_TRUE(found.emplace(sample["labels"], sample["value"]).second) << sample;
             }
         }
@@ -107,10 +107,10 @@ TEST_F(Metrics, TellTheHostsRequestsAndThatItHasStopped)
               2);
     EXPECT_EQ(value(samples, "host_answers_total"), 6);
     EXPECT_EQ(value(samples, "host_requests_in_flight"), 0);
-    EXPECT_EQ(value(samples, "host_life", {{"host_life", "stopped"}}), 1);
-    EXPECT_EQ(value(samples, "host_life", {{"host_life", "running"}}), 0);
+    EXPECT_EQ(value(samples, "host_life", {{"inline_host_life", "stopped"}}), 1);
+    EXPECT_EQ(value(samples, "host_life", {{"inline_host_life", "running"}}), 0);
     EXPECT_EQ(value(samples, "host_prm_up"), 0) << "it was, until the host ended";
-    EXPECT_EQ(value(samples, "host_card", {{"host_card", "own"}}), 1);
+    EXPECT_EQ(value(samples, "host_card", {{"inline_host_card", "own"}}), 1);
 }
 
 TEST_F(Metrics, HaveTypesAndUnits)
@@ -137,7 +137,7 @@ TEST_F(Metrics, LimitTheEntriesToTheBusiestAndSaySo)
     EXPECT_EQ(packets.begin()->first["name"], "192.0.2.1") << "which all three packets hit";
     EXPECT_EQ(packets.begin()->second, 3);
     for (const json &sample : samples) {
-        if (sample["family"] == "entry_packets") {
+        if (sample["family"] == "inline_entry_packets") {
             EXPECT_EQ(sample["help"], "Packets that hit the entry's rows on all NPs. Of the 1 "
                                       "entries with most packets.");
         }
@@ -151,8 +151,8 @@ TEST_F(Metrics, LeaveOutAnNpThatCannotBeReadAndNoteIt)
     const Outcome outcome = inlinectl({"metrics", "--state", state});
     EXPECT_EQ(outcome.exit_code, 0);
     EXPECT_TRUE(outcome.err.starts_with("inlinectl: note: /tmp/state/np1: is truncated"));
-    EXPECT_NE(outcome.out.find("np_readable{np=\"1\"} 0\n"), std::string::npos);
-    EXPECT_EQ(outcome.out.find("np_packets_total{np=\"1\"}"), std::string::npos);
+    EXPECT_NE(outcome.out.find("inline_np_readable{np=\"1\"} 0\n"), std::string::npos);
+    EXPECT_EQ(outcome.out.find("inline_np_packets_total{np=\"1\"}"), std::string::npos);
     EXPECT_TRUE(outcome.out.ends_with("# EOF\n"));
 }
 
@@ -161,9 +161,9 @@ TEST_F(Metrics, GoOnWithoutAWindowThatCannotBeRead)
     overwrite("/tmp/state/window", 0, "not one");
     const Outcome outcome = inlinectl({"metrics", "--state", state});
     EXPECT_EQ(outcome.exit_code, 0);
-    EXPECT_NE(outcome.out.find("\nstate_notes 1\n"), std::string::npos);
-    EXPECT_NE(outcome.out.find("np_packets_total{np=\"1\"}"), std::string::npos);
-    EXPECT_EQ(outcome.out.find("shadow_"), std::string::npos);
+    EXPECT_NE(outcome.out.find("\ninline_state_notes 1\n"), std::string::npos);
+    EXPECT_NE(outcome.out.find("inline_np_packets_total{np=\"1\"}"), std::string::npos);
+    EXPECT_EQ(outcome.out.find("inline_shadow_"), std::string::npos);
     std::filesystem::resize_file("/tmp/state/np0", 5000);
     std::filesystem::resize_file("/tmp/state/np1", 5000);
     EXPECT_EQ(inlinectl({"metrics", "--state", state}).exit_code, 2);

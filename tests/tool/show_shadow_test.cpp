@@ -1,10 +1,15 @@
 // `inlinectl show shadow` and `show counters`: from what a run left, sound and damaged, and at the
 // size of a full card.
+#include <csignal>
 #include <filesystem>
+
+#include <unistd.h>
 
 #include "card_child.h"
 #include "large_state.h"
+#include "made_capture.h"
 #include "state_on_disk.h"
+#include "vlc/card_access.h"
 
 namespace test {
 namespace {
@@ -258,6 +263,51 @@ TEST_F(ShowCounters, KnowsNoOtherOrder)
     const Outcome outcome = inlinectl(counters + std::vector<std::string>{"--sort", "name"});
     EXPECT_EQ(outcome.exit_code, 2);
     EXPECT_TRUE(has(outcome.err, "--sort: name not in {")) << outcome.err;
+}
+
+// ---- a host that was killed in the middle of its work
+
+class ViewsOfAKilledHost : public StateOnDisk {
+protected:
+    // A replay that would take long is killed when some of its packets have come.
+    static void kill_a_replay()
+    {
+        std::vector<std::string> words{"run", "--quiet", "--state", state};
+        for (int times = 0; times < 3000; ++times)
+            words.insert(words.end(), {"--pcap", capture});
+        const Outcome outcome =
+            run_program({.program = INLINECTL, .arguments = words, .while_it_runs = [](pid_t host) {
+                             while (packets() < 100 && kill(host, 0) == 0)
+                                 usleep(1000);
+                             kill(host, SIGKILL);
+                         }});
+        ASSERT_EQ(outcome.exit_code, -SIGKILL) << outcome.err;
+    }
+    static uint64_t packets()
+    {
+        const auto card = vlc::look_into_directory(state);
+        return card->totals(0).packets + card->totals(1).packets;
+    }
+};
+
+TEST_F(ViewsOfAKilledHost, TellWhatItLeft)
+{
+    write_capture(capture, std::vector<MadePacket>(1000));
+    kill_a_replay();
+    const std::vector<json> entries = of_kind(lines_of(shadow), "entry");
+    ASSERT_EQ(entries.size(), 3u);
+    uint64_t hits = 0;
+    for (const json &np : entries[2]["nps"])
+        hits += np["packets"].get<uint64_t>();
+    EXPECT_GE(hits, 99u) << "a kill may come between two counts";
+    EXPECT_LE(hits, packets());
+    EXPECT_EQ(of_kind(lines_of(counters), "np").size(), 2u);
+    EXPECT_TRUE(has(text_of({"top", "--once", "--state", state}),
+                    "\nHost     killed; last heard of at 20"));
+    EXPECT_TRUE(has(text_of({"metrics", "--state", state}),
+                    "\ninline_host_life{inline_host_life=\"killed\"} 1\n"));
+    EXPECT_EQ(text_of({"diff", state, state, "--counts"}), "The states are the same.\n");
+    EXPECT_EQ(inlinectl({"audit", "--state", state}).exit_code, 0);
 }
 
 // ---- at size

@@ -33,8 +33,11 @@ std::string escaped(const std::string &text)
     return safe;
 }
 
+// Whoever collects metrics has others beside these.
+constexpr const char *prefix = "inline_";
+
 struct Family {
-    const char *name;
+    const char *name; // behind the prefix
     const char *type; // counter, gauge, info or stateset
     const char *unit; // its name ends in it; empty for none
     const char *help;
@@ -47,7 +50,7 @@ public:
     // The samples that come next are of this family.
     void begin(const Family &family)
     {
-        name_ = family.name;
+        name_ = prefix + std::string(family.name);
         const std::string type = family.type;
         out_ << "# TYPE " << name_ << " " << type << "\n";
         if (*family.unit != '\0')
@@ -262,11 +265,12 @@ void write_host(MetricWriter &metrics, const vlc::HostState &host)
 {
     metrics.begin({"host_life", "stateset", "", "What has become of the host."});
     for (const auto life : {vlc::HostLife::running, vlc::HostLife::stopped, vlc::HostLife::killed})
-        metrics.sample({{"host_life", name_of(life)}}, host.life == life ? 1 : 0);
+        metrics.sample({{"inline_host_life", name_of(life)}}, host.life == life ? 1 : 0);
     metrics.begin({"host_card", "stateset", "", "Where the host's card is for it."});
     for (const auto reach : {vlc::CardReach::own, vlc::CardReach::connected, vlc::CardReach::away,
                              vlc::CardReach::given_up})
-        metrics.sample({{"host_card", name_of(reach)}}, host.connection.card == reach ? 1 : 0);
+        metrics.sample({{"inline_host_card", name_of(reach)}},
+                       host.connection.card == reach ? 1 : 0);
     metrics.begin({"host_start_time_seconds", "gauge", "seconds", "When the host was started."});
     metrics.sample({}, seconds(host.started_real));
     const bool runs = host.life == vlc::HostLife::running;
