@@ -8,11 +8,10 @@
 #include <cstring>
 #include <ctime>
 
-#include <fcntl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "inline_service_context.h"
+#include "inline_service_regular_file.h"
 
 // The ends of the section that holds the debug points, made by the linker.
 extern "C" {
@@ -100,23 +99,10 @@ void put_stamp(char *out)
 
 bool LogStream::open(bool truncate)
 {
-    // Only a regular file will do: never follow a link, never wait for a pipe's reader.
-    const int append = truncate ? 0 : O_APPEND;
-    const int descriptor =
-        ::open(log_path,
-               O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | append, 0666);
-    struct stat status = {};
-    if (descriptor >= 0 && fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) &&
-        (!truncate || ftruncate(descriptor, 0) == 0)) {
-        if (!truncate) // as an appending stream does, so that its position counts what is there
-            lseek(descriptor, 0, SEEK_END);
-        descriptor_ = descriptor;
-        return true;
-    }
-    if (descriptor >= 0)
-        close(descriptor);
-    printf("failed to open!!!\n");
-    return false;
+    descriptor_ = open_regular_file(log_path, truncate ? FileBegin::empty : FileBegin::at_its_end);
+    if (descriptor_ < 0)
+        printf("failed to open!!!\n");
+    return descriptor_ >= 0;
 }
 
 // A stream that appends stands at the end of its own last write, other streams' bytes included; one
