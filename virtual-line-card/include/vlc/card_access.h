@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "vlc/card_config.h"
+#include "vlc/cpu_ports.h"
 #include "vlc/data_plane.h"
 #include "vlc/np_flows.h"
 #include "vlc/np_store.h"
@@ -56,6 +57,8 @@ public:
 // A card that runs.
 class RunningCard : public CardAccess {
 public:
+    // Into a CPU port, whole.
+    virtual FrameOutcome send_frame(uint32_t port, Bytes frame) = 0;
     // For the data plane, in order. A packet may wait for others until traffic() is asked for.
     // Returns false when it was the first of some that did not reach the card: its connection is
     // broken, and may come back.

@@ -57,6 +57,18 @@ struct VrfConfig {
     bool operator==(const VrfConfig &) const = default;
 };
 
+// How the card's CPU reaches an NP. Without a row, by the NP's ordinary port.
+struct CpuPortConfig {
+    static constexpr uint32_t first = 16; // the ordinary port of NP 0
+    static constexpr uint32_t highest = 65535;
+
+    uint16_t np = 0;
+    bool is_there = true;              // an NP may have no port
+    std::optional<uint32_t> port = {}; // the ordinary one unless given
+    std::string device = {};           // of the machine, on which frames leave; empty for a file
+    bool operator==(const CpuPortConfig &) const = default;
+};
+
 struct CardConfig {
     std::string name = "default";
     uint32_t card_type = 0xD20001; // outside the codes that take counters unswapped
@@ -66,12 +78,17 @@ struct CardConfig {
     uint32_t ext_conf_capacity = 8192;
     uint32_t flow_capacity = 8192;
     uint32_t dynamic_counters = 16384; // of an NP; 0 for none
+    uint16_t inject_np = 0;            // that takes injected packets
     uint64_t window_bytes = uint64_t{64} << 20;
     std::vector<SlotConfig> slots;
     std::vector<InterfaceConfig> interfaces; // the first that a packet fits is the packet's
     std::vector<VrfConfig> vrfs;
+    std::vector<CpuPortConfig> cpu_ports; // one of an NP at most
     bool operator==(const CardConfig &) const = default;
 };
+
+// The port of an NP; nothing for an NP without one and for one that the card does not have.
+std::optional<uint32_t> cpu_port_of(const CardConfig &card, uint32_t np);
 
 // Reads a card file. Throws StateError "FILE:LINE:COLUMN: ..." for what is broken, out of range,
 // given twice or unknown (with the nearest known name).

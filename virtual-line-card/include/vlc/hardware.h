@@ -3,6 +3,7 @@
 #pragma once
 
 #include "vlc/card_access.h"
+#include "vlc/cpu_ports.h"
 #include "vlc/prm.h"
 
 namespace vlc {
@@ -11,17 +12,21 @@ class Hardware {
 public:
     // Throws StateError, also for a directory that was made for a card of another type. PRM is off.
     Hardware(const CardConfig &config, const StateDirectory &directory);
+    // Once the directory is complete. Throws StateError.
+    void power_on();
 
     const CardConfig &config() const { return config_; }
     NpStore &nps() { return nps_; }
     PrmStore &prm_store() { return prm_store_; }
     Prm &prm() { return prm_; }
+    FrameOutcome send_frame(uint32_t port, Bytes frame); // now, by the card's clock
 
 private:
     CardConfig config_;
     NpStore nps_;
     PrmStore prm_store_;
     Prm prm_;
+    CpuPorts cpu_ports_;
 };
 
 // Throws StateError when the directory was made for a card of another type: the type decides how a
@@ -47,6 +52,10 @@ public:
     }
     NpTotals totals(uint32_t np_number) override { return np(np_number).totals().read(); }
 
+    FrameOutcome send_frame(uint32_t port, Bytes frame) override
+    {
+        return hardware_.send_frame(port, frame);
+    }
     bool process(const CapturedPacket &packet) override;
     void on_output(Output output) override { plane_.on_output(std::move(output)); }
     void on_flow_miss(FlowMissHandler handler) override { plane_.on_flow_miss(std::move(handler)); }

@@ -25,10 +25,12 @@ struct ServiceCall {
 using ServiceTap = std::function<std::optional<uint64_t>(const ServiceCall &)>;
 
 // A tap that is on for as long as this lives. Taps are asked in the order in which they were put
-// on; the first result is given, and those behind it do not see the call.
+// on, or before those that are there; the first result is given, and those behind it do not see the
+// call.
 class AddedServiceTap {
 public:
-    explicit AddedServiceTap(ServiceTap tap);
+    enum class Place { last, first };
+    explicit AddedServiceTap(ServiceTap tap, Place place = Place::last);
     ~AddedServiceTap();
     AddedServiceTap(const AddedServiceTap &) = delete;
     AddedServiceTap &operator=(const AddedServiceTap &) = delete;

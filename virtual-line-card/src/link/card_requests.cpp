@@ -2,6 +2,8 @@
 
 #include <iterator>
 
+#include "platform_packet_path.h"
+
 namespace vlc {
 
 namespace {
@@ -66,6 +68,7 @@ constexpr CardRequests::Handler CardRequests::handlers[] = {
     {FrameKind::take_counters, false, &CardRequests::take_counters},
     {FrameKind::give_counters_back, false, &CardRequests::give_counters_back},
     {FrameKind::go_on, false, &CardRequests::go_on},
+    {FrameKind::cpu_frame, false, &CardRequests::cpu_frame},
     {FrameKind::flows, true, &CardRequests::flows},
     {FrameKind::flow_activity, true, &CardRequests::flow_activity},
     {FrameKind::dynamic_counters, true, &CardRequests::counter_runs},
@@ -202,6 +205,18 @@ void CardRequests::packets(WireReader &in, WireWriter &out, const Part &part)
         return;
     waiting_ = std::move(given);
     process_waiting(false, out, part);
+}
+
+void CardRequests::cpu_frame(WireReader &in, WireWriter &out, const Part &)
+{
+    const auto port = in.number<uint32_t>();
+    const std::span<const uint8_t> frame = in.take_rest();
+    if (frame.size() > SPP_LONGEST_FRAME)
+        in.refuse();
+    if (!in.is_whole())
+        return;
+    const FrameOutcome outcome = hardware_.send_frame(port, frame);
+    out.number(outcome.code).number(outcome.retcode);
 }
 
 void CardRequests::go_on(WireReader &in, WireWriter &out, const Part &part)

@@ -39,6 +39,7 @@ private:
     void counter_runs(WireReader &in, WireWriter &out, const Part &part);
     void take_counters(WireReader &in, WireWriter &out, const Part &part);
     void give_counters_back(WireReader &in, WireWriter &out, const Part &part);
+    void cpu_frame(WireReader &in, WireWriter &out, const Part &part);
     void go_on(WireReader &in, WireWriter &out, const Part &part);
     void answers(WireReader &in, WireWriter &out, const Part &part);
     void counter(WireReader &in, WireWriter &out, const Part &part);

@@ -37,6 +37,7 @@ enum class FrameKind : uint32_t {
     console_follow,
     counters,
     np_totals,
+    cpu_frame, // that goes into a CPU port
     // from the card
     reply = 0x100,
     part,    // of a reply that is longer than a frame: comes before it

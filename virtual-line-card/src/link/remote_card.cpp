@@ -1,5 +1,7 @@
 #include "remote_card.h"
 
+#include <cerrno>
+
 #include "vlc/state_error.h"
 
 namespace vlc {
@@ -202,6 +204,19 @@ void RemoteCard::give_out(const Payload &part)
         if (reader.fits())
             output_(packet);
     }
+}
+
+FrameOutcome RemoteCard::send_frame(uint32_t port, Bytes frame)
+{
+    const CardLink::Reply reply =
+        ask_(FrameKind::cpu_frame, WireWriter().number(port).bytes(frame).take(), {});
+    WireReader reader(reply.payload);
+    FrameOutcome outcome;
+    reader.into(outcome.code);
+    reader.into(outcome.retcode);
+    if (!reply.arrived || !reader.is_whole())
+        return {ENOTCONN, ENOTCONN}; // whether it left, nobody knows
+    return outcome;
 }
 
 bool RemoteCard::process(const CapturedPacket &packet)

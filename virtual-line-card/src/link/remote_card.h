@@ -24,6 +24,7 @@ public:
     std::vector<PacketCount> counters(uint32_t np) override;
     NpTotals totals(uint32_t np) override;
 
+    FrameOutcome send_frame(uint32_t port, Bytes frame) override;
     bool process(const CapturedPacket &packet) override;
     void on_output(Output output) override;
     void on_flow_miss(FlowMissHandler handler) override;

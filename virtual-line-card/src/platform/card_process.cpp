@@ -27,7 +27,7 @@ struct CardProcess::State {
           hardware(config, of_a_card_alone(directory)), server(hardware, events, socket)
     {
         directory.complete(config, Holdings::card);
-        hardware.prm().power_on();
+        hardware.power_on();
     }
 };
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <string>
 
+#include "vlc/event_manager.h"
 #include "vlc/state_error.h"
 
 namespace vlc {
@@ -36,8 +37,19 @@ void require_same_type(const StateDirectory &directory, const CardConfig &config
 
 Hardware::Hardware(const CardConfig &config, const StateDirectory &directory)
     : config_(config), nps_(of_type(directory, config), config), prm_store_(directory),
-      prm_(nps_, prm_store_)
+      prm_(nps_, prm_store_), cpu_ports_(config, directory)
 {
+}
+
+void Hardware::power_on()
+{
+    cpu_ports_.mend();
+    prm_.power_on();
+}
+
+FrameOutcome Hardware::send_frame(uint32_t port, Bytes frame)
+{
+    return cpu_ports_.send(port, frame, CardClock::now().count());
 }
 
 HardwareAccess::HardwareAccess(Hardware &hardware)

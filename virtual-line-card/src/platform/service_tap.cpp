@@ -46,11 +46,11 @@ struct Muted {
 
 } // namespace
 
-AddedServiceTap::AddedServiceTap(ServiceTap tap) : entry_(std::make_shared<Entry>())
+AddedServiceTap::AddedServiceTap(ServiceTap tap, Place place) : entry_(std::make_shared<Entry>())
 {
     entry_->tap = std::move(tap);
     Taps all = *taps();
-    all.push_back(entry_);
+    all.insert(place == Place::first ? all.begin() : all.end(), entry_);
     replace(std::move(all));
 }
 

@@ -154,7 +154,7 @@ VirtualLineCard::VirtualLineCard(const CardConfig &config,
 {
     require_none_alive();
     state_ = std::make_unique<State>(nullptr, config, state_directory);
-    state_->own->hardware.prm().power_on();
+    state_->own->hardware.power_on();
     living_card = this;
 }
 

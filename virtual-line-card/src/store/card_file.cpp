@@ -21,7 +21,7 @@ struct NumberKey {
     int64_t least;
     int64_t most;
     std::function<void(CardConfig &, int64_t)> set;
-    // Nothing when another key says it.
+    // Nothing when another key says it, or none needs to.
     std::function<std::optional<int64_t>(const CardConfig &)> get;
 };
 
@@ -55,6 +55,14 @@ const NumberKey number_keys[] = {
     number_key("nps", "ext_conf_rows", 1, 1048576, &CardConfig::ext_conf_capacity),
     number_key("nps", "flow_rows", 1, 1048576, &CardConfig::flow_capacity),
     number_key("nps", "dynamic_counters", 0, 4194304, &CardConfig::dynamic_counters),
+    {"nps", "inject_np", 0, 7,
+     [](CardConfig &config, int64_t value) { config.inject_np = static_cast<uint16_t>(value); },
+     [](const CardConfig &config) -> std::optional<int64_t> {
+         // The ordinary one is not said, so that states of before there was a choice can be read.
+         if (config.inject_np == 0)
+             return std::nullopt;
+         return config.inject_np;
+     }},
     {"window", "mebibytes", 1, most_mebibytes,
      [](CardConfig &config, int64_t value) {
          config.window_bytes = static_cast<uint64_t>(value) << 20;
@@ -179,16 +187,41 @@ bool says_whole_card(const toml::table &document)
         return document[table][key].node() != nullptr;
     };
     const auto is_said = [&says](const NumberKey &key) {
-        return std::string_view(key.table) == "window" || says(key.table, key.key);
+        return std::string_view(key.table) == "window" || !key.get(CardConfig{}) ||
+               says(key.table, key.key);
     };
     return std::ranges::all_of(number_keys, is_said) && says("card", "name") &&
            (says("window", "mebibytes") || says("window", "bytes"));
 }
 
+namespace {
+
+// Of a file alone: a card that was told to have fewer NPs than its file says still has its rows.
+void refuse_missing_nps(const TomlReader &reader, const toml::table &document,
+                        const CardConfig &card)
+{
+    const auto check = [&](const toml::node *np) {
+        if (np != nullptr && np->value<int64_t>().value_or(0) >= card.num_nps)
+            reader.fail(np->source(), "the card has " + std::to_string(card.num_nps) +
+                                          " NPs, and no NP " +
+                                          std::to_string(*np->value<int64_t>()));
+    };
+    check(document["nps"]["inject_np"].node());
+    if (const toml::array *rows = document["cpu_port"].as_array()) {
+        for (const toml::node &row : *rows)
+            check(row.as_table()->get("np"));
+    }
+}
+
+} // namespace
+
 CardConfig load_card_file(const std::filesystem::path &file)
 {
     const TomlReader reader(file.string());
-    return card_of_document(reader, reader.parse(read_file(file)));
+    const toml::table document = reader.parse(read_file(file));
+    const CardConfig card = card_of_document(reader, document);
+    refuse_missing_nps(reader, document, card);
+    return card;
 }
 
 std::string text_of(const CardConfig &card)

@@ -146,6 +146,62 @@ const std::vector<RowField<InterfaceConfig>> &fields_of(const InterfaceConfig *)
     return all;
 }
 
+RowField<CpuPortConfig> port_field()
+{
+    return {"port", Need::optional,
+            [](const TomlReader &reader, const std::string &name, const toml::node &value,
+               CpuPortConfig &row) {
+                row.is_there = value.value<std::string>() != "none";
+                if (!row.is_there)
+                    return;
+                if (!value.is_integer())
+                    reader.fail(value.source(),
+                                "'" + name + "' is a whole number, or 'none' for an NP that has " +
+                                    "no port");
+                row.port =
+                    static_cast<uint32_t>(reader.number(value, name, 0, CpuPortConfig::highest));
+            },
+            [](const CpuPortConfig &row, toml::table &table) {
+                if (!row.is_there)
+                    table.insert("port", "none");
+                else if (row.port)
+                    table.insert("port", int64_t{*row.port});
+            }};
+}
+
+// As the machine's kernel names devices.
+bool is_device_name(const std::string &name)
+{
+    constexpr size_t longest = 15;
+    return !name.empty() && name.size() <= longest && name != "." && name != ".." &&
+           name.find_first_of("/: \t\n") == std::string::npos;
+}
+
+RowField<CpuPortConfig> device_field()
+{
+    return {"device", Need::optional,
+            [](const TomlReader &reader, const std::string &name, const toml::node &value,
+               CpuPortConfig &row) {
+                row.device = reader.text(value, name);
+                if (!is_device_name(row.device))
+                    reader.fail(value.source(), "'" + name + "' is the name of a network device");
+            },
+            [](const CpuPortConfig &row, toml::table &table) {
+                if (!row.device.empty())
+                    table.insert("device", row.device);
+            }};
+}
+
+const std::vector<RowField<CpuPortConfig>> &fields_of(const CpuPortConfig *)
+{
+    static const std::vector<RowField<CpuPortConfig>> all{
+        number_field("np", Need::given_once, &CpuPortConfig::np, 0, 7),
+        port_field(),
+        device_field(),
+    };
+    return all;
+}
+
 // ---- rows --------------------------------------------------------------------------------------
 
 // What no two rows may have, and in which line it was first.
@@ -183,6 +239,18 @@ void check_row(const TomlReader &reader, Earlier &earlier, const toml::table &ta
     refuse_again(reader, earlier, traffic, table.source());
 }
 
+void check_row(const TomlReader &reader, Earlier &earlier, const toml::table &table,
+               const CpuPortConfig &row)
+{
+    if (row.device.empty())
+        return;
+    if (!row.is_there)
+        reader.fail(table.get("device")->source(), "an NP without a port has no device");
+    const uint32_t port = row.port.value_or(CpuPortConfig::first + row.np);
+    refuse_again(reader, earlier, "a device of CPU port " + std::to_string(port),
+                 table.get("device")->source());
+}
+
 template <typename Row>
 Row read_row(const TomlReader &reader, const std::string &name, const toml::table &table,
              Earlier &earlier)
@@ -214,7 +282,7 @@ Row read_row(const TomlReader &reader, const std::string &name, const toml::tabl
     return row;
 }
 
-// ---- the three kinds of rows -------------------------------------------------------------------
+// ---- the kinds of rows -------------------------------------------------------------------------
 
 struct RowKind {
     const char *name;
@@ -254,6 +322,7 @@ const std::vector<RowKind> &kinds()
         row_kind("slot", &CardConfig::slots),
         row_kind("interface", &CardConfig::interfaces),
         row_kind("vrf", &CardConfig::vrfs),
+        row_kind("cpu_port", &CardConfig::cpu_ports),
     };
     return all;
 }
@@ -266,6 +335,18 @@ const RowKind *kind_of(std::string_view name)
 }
 
 } // namespace
+
+std::optional<uint32_t> cpu_port_of(const CardConfig &card, uint32_t np)
+{
+    if (np >= card.num_nps)
+        return std::nullopt;
+    const auto row = std::ranges::find(card.cpu_ports, np, &CpuPortConfig::np);
+    if (row == card.cpu_ports.end())
+        return CpuPortConfig::first + np;
+    if (!row->is_there)
+        return std::nullopt;
+    return row->port.value_or(CpuPortConfig::first + np);
+}
 
 bool is_name_of_rows(std::string_view name)
 {

@@ -1,4 +1,4 @@
-// The rows of a card file: slots, interfaces, VRFs.
+// The rows of a card file: slots, interfaces, VRFs, CPU ports.
 #pragma once
 
 #include <string>

@@ -54,7 +54,7 @@ bool is_ours(const std::string &file)
     static const std::regex ours(
         "(window|prm|np[0-9]+|answers[0-9]+|console|host|virtual-line-card|"
         "trace-[A-Za-z0-9_%]*-(event|error)|sites-[A-Za-z0-9_%]*)"
-        "(\\.new)?");
+        "(\\.new)?|cpu-port[0-9]+\\.pcap");
     return std::regex_match(file, ours);
 }
 

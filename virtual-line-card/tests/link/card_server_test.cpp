@@ -128,9 +128,10 @@ TEST_F(CardServers, EndAPeerWhoseRequestIsNotWholeAndChangeNothing)
 
 TEST_F(CardServers, LetAReaderChangeNothing)
 {
-    for (const FrameKind kind : {FrameKind::register_handle, FrameKind::reregister,
-                                 FrameKind::set_name, FrameKind::request, FrameKind::read_answer,
-                                 FrameKind::read_counter, FrameKind::packets}) {
+    for (const FrameKind kind :
+         {FrameKind::register_handle, FrameKind::reregister, FrameKind::set_name,
+          FrameKind::request, FrameKind::read_answer, FrameKind::read_counter, FrameKind::packets,
+          FrameKind::cpu_frame}) {
         RawPeer peer(socket());
         peer.greet(PeerRole::reader);
         ASSERT_TRUE(peer.receive());
@@ -138,6 +139,22 @@ TEST_F(CardServers, LetAReaderChangeNothing)
         EXPECT_FALSE(peer.receive()) << static_cast<int>(kind);
     }
     expect_the_host_goes_on();
+}
+
+// Of its host too: a frame without its port, and one that is longer than a frame can be.
+TEST_F(CardServers, EndAHostWhoseFrameForAPortCannotBe)
+{
+    end_host();
+    for (const size_t size : {size_t{3}, size_t{4} + 65537}) {
+        RawPeer peer(socket());
+        peer.greet(PeerRole::host);
+        ASSERT_TRUE(peer.receive());
+        peer.send(FrameKind::cpu_frame, Payload{16, 0, 0, 0, 'o', 'n', 'e'});
+        EXPECT_TRUE(peer.receive());
+        peer.send(FrameKind::cpu_frame, Payload(size));
+        EXPECT_FALSE(peer.receive()) << size;
+    }
+    EXPECT_EQ(std::filesystem::file_size(card_directory() / "cpu-port16.pcap"), 24u + 2 * 19u);
 }
 
 TEST_F(CardServers, RefuseAPlaceThatTheCardDoesNotHave)

@@ -11,7 +11,7 @@ CardThread::CardThread(const vlc::CardConfig &config, const std::filesystem::pat
 {
     directory_.complete(config, vlc::Holdings::card);
     server_ = std::make_unique<vlc::CardServer>(*hardware_, events_, socket);
-    hardware_->prm().power_on();
+    hardware_->power_on();
     thread_ = std::thread([this] { events_.run_until([this] { return is_over_; }); });
 }
 

@@ -44,10 +44,67 @@ CardConfig card_with_everything()
         {.handle = 0xFFFFFFFF, .uidb = 9, .pic = 1, .vlan = 4095, .key = 0x2FF},
         {.handle = 4, .uidb = 5, .pic = 6}};
     card.vrfs = {{.id = 0xFFFFFFFF, .table = 0xFFFFFF}};
+    card.num_nps = 8;
+    card.inject_np = 1;
+    card.cpu_ports = {{.np = 0, .port = 65535, .device = "veth0"},
+                      {.np = 1, .is_there = false},
+                      {.np = 2, .device = "eth1.100"},
+                      {.np = 7}};
     return card;
 }
 
 } // namespace
+
+TEST_F(CardRows, CpuPortsAreTakenInTheOrderOfTheFile)
+{
+    const CardConfig card = load("[nps]\ncount = 4\ninject_np = 3\n"
+                                 "[[cpu_port]]\nnp = 2\nport = 5\ndevice = 'veth0'\n"
+                                 "[[cpu_port]]\nnp = 0\nport = 'none'\n"
+                                 "[[cpu_port]]\nnp = 1\ndevice = 'veth1'\n");
+    EXPECT_EQ(card.inject_np, 3);
+    EXPECT_EQ(card.cpu_ports, (std::vector<CpuPortConfig>{{.np = 2, .port = 5, .device = "veth0"},
+                                                          {.np = 0, .is_there = false},
+                                                          {.np = 1, .device = "veth1"}}));
+    EXPECT_EQ(cpu_port_of(card, 2), 5U);
+    EXPECT_EQ(cpu_port_of(card, 0), std::nullopt);
+    EXPECT_EQ(cpu_port_of(card, 1), 17U);
+    EXPECT_EQ(cpu_port_of(card, 3), 19U);
+    EXPECT_EQ(cpu_port_of(card, 4), std::nullopt);
+}
+
+TEST_F(CardRows, CpuPortsThatCannotBeAreRefused)
+{
+    EXPECT_EQ(told("[[cpu_port]]\nport = 5\n"), "1:1: [[cpu_port]] without 'np'");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\n[[cpu_port]]\nnp = 0\n"),
+              "4:6: 'cpu_port.np' 0 is given in line 2 already");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 2\n"), "2:6: the card has 2 NPs, and no NP 2");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\nport = 'any'\n"),
+              "3:8: 'cpu_port.port' is a whole number, or 'none' for an NP that has no port");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\nport = 65536\n"),
+              "3:8: 'cpu_port.port' is 65536, and must be 0 to 65535");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\ndevice = 'a/b'\n"),
+              "3:10: 'cpu_port.device' is the name of a network device");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\ndevice = 'a-name-with-16-c'\n"),
+              "3:10: 'cpu_port.device' is the name of a network device");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\nport = 'none'\ndevice = 'veth0'\n"),
+              "4:10: an NP without a port has no device");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\nport = 17\ndevice = 'veth0'\n"
+                   "[[cpu_port]]\nnp = 1\ndevice = 'veth1'\n"),
+              "7:10: a device of CPU port 17 is given in line 4 already");
+    EXPECT_EQ(told("[nps]\ninject_np = 2\n"), "2:13: the card has 2 NPs, and no NP 2");
+    EXPECT_EQ(told("[[cpu_port]]\nnp = 0\ndevise = 'veth0'\n"),
+              "3:1: 'cpu_port.devise' is not known; the nearest known name is 'cpu_port.device'");
+}
+
+// So that a state that was made before there was the choice can be read.
+TEST_F(CardRows, TheOrdinaryNpOfInjectedPacketsIsNotSaidInACardsText)
+{
+    CardConfig card;
+    EXPECT_EQ(text_of(card).find("inject_np"), std::string::npos);
+    EXPECT_EQ(card_of_text(text_of(card), "text").inject_np, 0);
+    card.inject_np = 1;
+    EXPECT_EQ(card_of_text(text_of(card), "text").inject_np, 1);
+}
 
 TEST_F(CardRows, EveryFieldIsTakenInTheOrderOfTheFile)
 {
