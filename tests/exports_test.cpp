@@ -88,6 +88,7 @@ TEST_F(Exports, ObjectsHaveTheirAgreedSizes)
         {"imp_cmd_codes", 4},
         {"the_punt_decode_hash", 8},
         {"u32x4_compare_word_mask_table", 256},
+        {"inutil_handler", 24},
         {"ed_dummy_libinline_service_infra", 32},
         {"ed_perf_dummy_libinline_service_infra", 32},
     };

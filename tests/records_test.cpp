@@ -14,6 +14,7 @@
 #include "inline_service_context.h"
 #include "inline_service_flowdb.h"
 #include "inline_service_hash.h"
+#include "inline_service_packet.h"
 #include "inline_service_prm.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_stat.h"
@@ -538,6 +539,24 @@ TEST(Records, AVrfsRecordIs128BytesWithItsTableFirst)
     EXPECT_EQ(bytes_of(record), expected.bytes());
 }
 
+TEST(Records, AClientsParametersAre784BytesThatNobodyReads)
+{
+    spp_client_params params;
+    memset(&params, 0x5A, sizeof params);
+    Bytes expected(784);
+    expected.fill(0, 784, 0x5A);
+    EXPECT_EQ(bytes_of(params), expected.bytes());
+    EXPECT_EQ(alignof(spp_client_params), 1u);
+}
+
+TEST(Records, AGatherPieceIs16Bytes)
+{
+    const gather_piece piece = {pointer<const void *>(0x7EA000000123), 0x1122334455667788};
+    Bytes expected(16);
+    expected.u64(0, 0x7EA000000123).u64(8, 0x1122334455667788);
+    EXPECT_EQ(bytes_of(piece), expected.bytes());
+}
+
 TEST(Records, TheErrorLogsRecordIs72Bytes)
 {
     const zem_message_record record = {1,
@@ -564,6 +583,7 @@ TEST(Records, ExportedObjectsHaveTheWidthsThatOtherProgramsExpect)
     EXPECT_EQ(sizeof imp_cmd_codes, 4u);
     EXPECT_EQ(sizeof the_punt_decode_hash, 8u);
     EXPECT_EQ(sizeof u32x4_compare_word_mask_table, 256u);
+    EXPECT_EQ(sizeof inutil_handler, 24u);
     EXPECT_EQ(sizeof zem_msg_rec_plat_error_log, 72u);
     EXPECT_EQ(sizeof ed_dummy_libinline_service_infra, 32u);
     EXPECT_EQ(sizeof ed_perf_dummy_libinline_service_infra, 32u);

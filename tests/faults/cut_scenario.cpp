@@ -77,7 +77,8 @@ std::vector<Step> kill_scenario()
     std::vector<Step> steps = reference_scenario();
     std::erase_if(steps, [](const Step &step) {
         return step.kind == StepKind::reset_window || step.kind == StepKind::configure_vservice ||
-               step.kind == StepKind::set_attributes || step.kind == StepKind::look_up_interfaces;
+               step.kind == StepKind::set_attributes || step.kind == StepKind::send_packets ||
+               step.kind == StepKind::look_up_interfaces;
     });
     return steps;
 }

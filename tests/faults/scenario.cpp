@@ -29,6 +29,7 @@ public:
         configure_vservices();
         set_attributes();
         add({StepKind::look_up_interfaces});
+        add({StepKind::send_packets});
         add({StepKind::run_app_handler});
         add({StepKind::pass_traffic});
         add({StepKind::collect_statistics});
@@ -45,6 +46,7 @@ public:
         add({StepKind::pass_traffic});
         add({StepKind::collect_statistics});
         change_blindly();
+        add({StepKind::send_packets});
         add({StepKind::look_up_interfaces});
         add({StepKind::read_answers});
         add({StepKind::reset_window});
@@ -257,6 +259,8 @@ const char *words_of(StepKind kind)
         return "set attributes";
     case StepKind::look_up_interfaces:
         return "look interfaces up";
+    case StepKind::send_packets:
+        return "send packets";
     case StepKind::read_answers:
         return "read answers";
     case StepKind::queue_delayed_answer:

@@ -21,6 +21,7 @@ enum class StepKind {
     collect_statistics,
     configure_vservice, // a message of one record, or of one index to delete
     set_attributes,     // of an interface, which are then read, and the endpoint of its slot
+    send_packets,       // one of each kind
     look_up_interfaces, // at the interface manager and the table of VRFs
     read_answers,       // time passes, and the event manager runs
     queue_delayed_answer,

@@ -28,6 +28,11 @@ uidb_attribute attribute_of(const AttributeRequest &wanted);
 // Of the second the slot is of another type, of the last one it is none that the card has.
 inline constexpr uint16_t interfaces_looked_up[] = {40, 41, 42};
 
+// Packets that are sent: the tag of both kinds, and how long each is.
+inline constexpr uint16_t tag_of_packets = 0x0ABC;
+inline constexpr uint32_t service_packet_bytes = 33;
+inline constexpr uint32_t ip_packet_bytes = 44;
+
 // Packets that the scenario's traffic counts on one counter.
 ModelCount traffic_on(uint32_t np, uint32_t place);
 

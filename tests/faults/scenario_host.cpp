@@ -3,13 +3,16 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <string_view>
 
 #include "inline_service_app.h"
 #include "inline_service_attributes.h"
+#include "inline_service_packet.h"
 #include "inline_service_stat.h"
 #include "inline_service_vservice.h"
 #include "platform_prm.h"
 #include "service_error.h"
+#include "vlc/service_tap.h"
 
 namespace test {
 namespace {
@@ -117,6 +120,8 @@ StepResult ScenarioHost::carry_out(const Step &step)
         return {};
     case StepKind::set_attributes:
         return set_attributes(step.attributes);
+    case StepKind::send_packets:
+        return send_packets();
     case StepKind::look_up_interfaces:
         return look_up_interfaces();
     case StepKind::read_answers:
@@ -266,6 +271,33 @@ StepResult ScenarioHost::set_attributes(const AttributeRequest &wanted)
                   inline_api_uidb_to_vqi(uidb),     inline_api_get_slot(uidb),
                   inline_api_get_iftype(uidb),      inline_api_get_dirty_bit(uidb)};
     return read;
+}
+
+// What reaches the packet path: of each frame the port, the length, and the bytes at which the two
+// kinds have their tag.
+StepResult ScenarioHost::send_packets()
+{
+    StepResult sent;
+    const vlc::AddedServiceTap tap([&sent](const vlc::ServiceCall &call) {
+        if (std::string_view(call.service) != "spp_prep_bfd_pkt_and_xmt")
+            return std::optional<uint64_t>();
+        std::vector<uint8_t> frame;
+        const auto *pieces = reinterpret_cast<const gather_piece *>(call.args[2]);
+        for (uint64_t i = 0; i < call.args[3]; ++i) {
+            const auto *bytes = static_cast<const uint8_t *>(pieces[i].data);
+            frame.insert(frame.end(), bytes, bytes + pieces[i].length);
+        }
+        sent.words.insert(sent.words.end(),
+                          {static_cast<uint32_t>(call.args[1]), static_cast<uint32_t>(frame.size()),
+                           uint32_t{frame[16]} << 8 | frame[17],
+                           uint32_t{frame[16 + 42]} << 8 | frame[16 + 41]});
+        return std::optional<uint64_t>();
+    });
+    const std::vector<uint8_t> bytes(100, 0x55);
+    plm_inline_spp_client_register({});
+    plm_inline_send_packet_to_service_lc(tag_of_packets, 1, 2, bytes.data(), service_packet_bytes);
+    plm_inline_send_ip_packet(tag_of_packets, bytes.data(), ip_packet_bytes);
+    return sent;
 }
 
 StepResult ScenarioHost::look_up_interfaces()

@@ -42,6 +42,7 @@ private:
     static StepResult collect();
     static void configure(const VserviceRequest &wanted);
     static StepResult set_attributes(const AttributeRequest &wanted);
+    static StepResult send_packets();
     static StepResult look_up_interfaces();
     void act(CardAct what);
 

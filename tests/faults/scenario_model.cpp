@@ -38,6 +38,8 @@ StepResult ScenarioModel::carry_out(const Step &step)
         return {};
     case StepKind::set_attributes:
         return set_attributes(step.attributes);
+    case StepKind::send_packets:
+        return send_packets();
     case StepKind::look_up_interfaces:
         return look_up_interfaces();
     case StepKind::read_answers:
@@ -148,6 +150,21 @@ StepResult ScenarioModel::set_attributes(const AttributeRequest &wanted)
     else
         read.words = {0, 0, UIDB_UNKNOWN_VQI, UIDB_UNKNOWN_SLOT, 0, 0};
     return read;
+}
+
+StepResult ScenarioModel::send_packets()
+{
+    constexpr uint32_t headers = 16 + 56;
+    constexpr uint32_t ip_and_udp = 20 + 8;
+    StepResult sent;
+    model_.note_card_type(); // by the registration
+    model_.note_card_type(); // by the first packet
+    if (const auto port = model_.port_of_sent_frame())
+        sent.words = {*port, headers + ip_and_udp + service_packet_bytes, 0x8000u | tag_of_packets,
+                      0};
+    if (const auto port = model_.port_of_sent_frame())
+        sent.words.insert(sent.words.end(), {*port, headers + ip_packet_bytes, 0, tag_of_packets});
+    return sent;
 }
 
 StepResult ScenarioModel::look_up_interfaces()

@@ -22,6 +22,7 @@ private:
     StepResult run_app_handler();
     void configure(const VserviceRequest &wanted);
     StepResult set_attributes(const AttributeRequest &wanted);
+    StepResult send_packets();
     StepResult look_up_interfaces();
     void pass_traffic();
 

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <sstream>
 
+#include "platform_card.h"
 #include "platform_prm.h"
 #include "vlc/prm.h"
 
@@ -55,6 +56,8 @@ constexpr std::array failures = {
     ServiceFailure{Service::prm_stats_cl_read, "not connected", vlc::prm_not_connected},
     ServiceFailure{Service::prm_stats_err_string, "no text", 0},
     ServiceFailure{Service::cerr_strerror, "no text", 0},
+    ServiceFailure{Service::plm_np_to_cpu_port_map, "no port", PLM_NO_CPU_PORT},
+    ServiceFailure{Service::spp_prep_bfd_pkt_and_xmt, "frame refused", EINVAL},
     ServiceFailure{Service::ed_init, "no memory", ENOMEM},
 };
 
@@ -74,12 +77,14 @@ constexpr std::array elsewhere = {
     std::string_view("dpss_flow_scan_callback"),
     std::string_view("imc_db_bind"),
     std::string_view("plm_dpss_get_stats_tbl_id"),
+    std::string_view("plm_pkt_dir_to_np_map"),
     std::string_view("prm_srh_flow_db_add"),
     std::string_view("prm_srh_flow_db_del"),
     std::string_view("prm_srh_flow_db_mod"),
     std::string_view("prm_stats_cl_alloc"),
     std::string_view("prm_stats_cl_free"),
     std::string_view("prm_stats_cl_get_phy_stats_ptr"),
+    std::string_view("spp_client_init_v2"),
 };
 
 // The number of a failure among those of its service.

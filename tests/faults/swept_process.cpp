@@ -5,6 +5,7 @@
 
 #include "audit_comparison.h"
 #include "inline_service_attributes.h"
+#include "inline_service_packet.h"
 #include "platform_list.h"
 #include "state_comparison.h"
 
@@ -49,6 +50,7 @@ SweptProcess::SweptProcess(uint32_t card_type, const std::filesystem::path &stat
     // scenarios: so it has done that by now.
     uint32_t ignored = 0;
     inline_api_get_pic(ModelCard::interface, &ignored);
+    plm_inline_spp_client_register({}); // once, too
     tap_.emplace([this](const vlc::ServiceCall &call) { return on_call(call); });
     ReferenceModel &reference = model_.reference();
     reference.set_rule([this, &reference](Service service, uint32_t) {

@@ -13,6 +13,7 @@
 #include "inline_service_cmdlist.h"
 #include "inline_service_context.h"
 #include "inline_service_flowdb.h"
+#include "inline_service_packet.h"
 #include "inline_service_prm.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_stat.h"
@@ -40,6 +41,7 @@ public:
         hash,
         flowdb,
         flow_prm,
+        packet,
         source_count
     };
     static constexpr size_t stamp_length = 20;
@@ -134,6 +136,9 @@ public:
             inline_flow_make_prm_entry(&record, &entry);
             return "flow entry too long: key 33 result 0";
         }
+        case packet:
+            inline_register_inutil_callback(INUTIL_KINDS, nullptr);
+            return "no utility messages of kind 3";
         case source_count:
             break;
         }

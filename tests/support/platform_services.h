@@ -29,6 +29,8 @@ namespace test {
     SERVICE(appl_construct_config_db_key)                                                          \
     SERVICE(appl_construct_sdn_encap_service_config_db_result)                                     \
     SERVICE(zem_errmsg)                                                                            \
+    SERVICE(plm_np_to_cpu_port_map)                                                                \
+    SERVICE(spp_prep_bfd_pkt_and_xmt)                                                              \
     SERVICE(prm_mgr_open)                                                                          \
     SERVICE(prm_srh_get_handle)                                                                    \
     SERVICE(prm_srh_register)                                                                      \

@@ -151,4 +151,14 @@ ReferenceModel::Lookup ReferenceModel::look_up_table()
     return {.code = 0, .value = ModelCard::table_of_vrf};
 }
 
+// ---- packets
+
+std::optional<uint32_t> ReferenceModel::port_of_sent_frame()
+{
+    constexpr uint32_t port_of_np_0 = 16;
+    if (call(Service::plm_np_to_cpu_port_map) || call(Service::spp_prep_bfd_pkt_and_xmt))
+        return std::nullopt;
+    return port_of_np_0;
+}
+
 } // namespace test

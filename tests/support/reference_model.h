@@ -107,6 +107,9 @@ public:
     Endpoint look_up_endpoint(uint16_t uidb); // of the interface's slot
     Lookup look_up_pic();                     // of the known interface
     Lookup look_up_table();                   // of the known VRF
+    // Packets, on a card that says no NP for them.
+    void note_card_type() { call(Service::platform_get_my_card_type); }
+    std::optional<uint32_t> port_of_sent_frame(); // nothing when none reaches the packet path
 
     // ---- what happens on the card and is heard on the event manager
 

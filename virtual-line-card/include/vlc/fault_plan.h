@@ -15,6 +15,7 @@ namespace vlc {
 enum class FaultAction {
     give_code,  // the service is not performed and returns this code
     no_memory,  // shmwin_malloc returns 12
+    refuse,     // the frame is not sent; the service writes this retcode and returns this code
     kill,       // the process gets SIGKILL before the call is performed
     answer,     // the request is not carried out, and answered with this status
     late,       // the answer comes this many turns of the event queue later
@@ -40,7 +41,8 @@ struct FaultRule {
     std::vector<uint8_t> key{};          // how it begins
 
     FaultAction action = FaultAction::give_code;
-    std::optional<uint32_t> code{};    // give_code
+    std::optional<uint32_t> code{};    // give_code; refuse: 0 unless said
+    std::optional<uint32_t> retcode{}; // refuse
     std::optional<uint32_t> status{};  // answer
     std::optional<uint32_t> events{};  // late: by so many; restart: down for so many
     std::optional<bool> keep_tables{}; // restart; kept unless said

@@ -22,7 +22,8 @@ struct PlatformService {
     // Of a request for a table; its second argument is the record.
     TableKind table = TableKind::service_config;
     uint32_t operation = no_operation;
-    size_t np_argument = no_argument; // where the NP is passed by itself
+    size_t np_argument = no_argument;      // where the NP is passed by itself
+    size_t retcode_argument = no_argument; // where it writes what became of a frame
 
     bool is_request() const { return operation != no_operation; }
     bool has_np() const { return is_request() || np_argument != no_argument; }

@@ -18,9 +18,10 @@ struct FaultWord {
     Value value;
 };
 
-inline constexpr std::array<FaultWord<FaultAction>, 11> fault_actions{{
+inline constexpr std::array<FaultWord<FaultAction>, 12> fault_actions{{
     {"return", FaultAction::give_code},
     {"no-memory", FaultAction::no_memory},
+    {"refuse", FaultAction::refuse},
     {"kill", FaultAction::kill},
     {"answer", FaultAction::answer},
     {"late", FaultAction::late},

@@ -153,6 +153,7 @@ const std::vector<FaultPlanFile::Field> &FaultPlanFile::fields()
                    FaultRule &rule) { rule.key = file.key_bytes(value); }},
         word_field("action", fault_actions, &FaultRule::action),
         number_field<uint32_t>("code", &FaultRule::code, 0, any_word),
+        number_field<uint32_t>("retcode", &FaultRule::retcode, 0, any_word),
         number_field<uint32_t>("status", &FaultRule::status, 0, any_word),
         number_field<uint32_t>("events", &FaultRule::events, 1, 1000000),
         word_field("tables", fault_table_fates, &FaultRule::keep_tables),

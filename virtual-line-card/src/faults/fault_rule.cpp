@@ -34,6 +34,10 @@ struct ActionField {
 constexpr ActionField action_fields[] = {
     {"code", [](const FaultRule &rule) { return rule.code.has_value(); }, FaultAction::give_code,
      true},
+    {"code", [](const FaultRule &rule) { return rule.code.has_value(); }, FaultAction::refuse,
+     false},
+    {"retcode", [](const FaultRule &rule) { return rule.retcode.has_value(); }, FaultAction::refuse,
+     true},
     {"status", [](const FaultRule &rule) { return rule.status.has_value(); }, FaultAction::answer,
      true},
     {"events", [](const FaultRule &rule) { return rule.events.has_value(); }, FaultAction::late,
@@ -162,6 +166,11 @@ Complaint about_action(const FaultRule &rule, const PlatformService &service)
         if (std::string_view(service.name) != "shmwin_malloc")
             return {{"action", action + " happens to 'shmwin_malloc' alone, not to " + name}};
         return std::nullopt;
+    case FaultAction::refuse:
+        if (service.retcode_argument == PlatformService::no_argument)
+            return {{"action",
+                     action + " happens to services that send frames, and " + name + " is none"}};
+        return std::nullopt;
     case FaultAction::table_full:
         if (!service.is_request() || service.operation != PRM_OP_ADD)
             return {{"action", action + " happens to requests that add, and " + name + " is none"}};
@@ -236,6 +245,7 @@ FaultSide side_of(const FaultRule &rule)
     switch (rule.action) {
     case FaultAction::give_code:
     case FaultAction::no_memory:
+    case FaultAction::refuse:
         return FaultSide::host;
     case FaultAction::kill:
         return rule.target.value_or(FaultSide::host);

@@ -60,6 +60,8 @@ std::string action_text(const FaultRule &rule)
     std::string text = word_of(fault_actions, rule.action);
     if (rule.code)
         text += " " + code_text(*rule.code);
+    if (rule.retcode)
+        text += " retcode " + code_text(*rule.retcode);
     if (rule.status)
         text += " " + code_text(*rule.status);
     if (rule.keep_tables)

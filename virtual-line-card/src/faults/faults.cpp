@@ -199,7 +199,12 @@ std::optional<uint64_t> Faults::State::on_service(const ServiceCall &call)
         return std::nullopt;
     const FaultRule &rule = plan.rules[acting.front()];
     counts[acting.front()].fired++;
-    return rule.action == FaultAction::no_memory ? uint64_t{ENOMEM} : *rule.code;
+    if (rule.action == FaultAction::refuse) {
+        const uint64_t retcode = call.args[seen.service->retcode_argument];
+        if (retcode != 0)
+            *reinterpret_cast<uint32_t *>(retcode) = *rule.retcode;
+    }
+    return rule.action == FaultAction::no_memory ? uint64_t{ENOMEM} : rule.code.value_or(0);
 }
 
 PrmFault Faults::State::on_prm(const PrmCall &call)

@@ -56,6 +56,8 @@ constexpr PlatformService services[] = {
     on_host("platform_node_get_card_type", Returns::word),
     on_host("plm_dpss_get_stats_tbl_id", Returns::pointer),
     on_host("plm_dpss_stats_init", Returns::word),
+    {.name = "plm_np_to_cpu_port_map", .returns = Returns::word, .np_argument = 0},
+    on_host("plm_pkt_dir_to_np_map", Returns::word),
     on_host("plm_slot_to_nodeid", Returns::word),
     on_host("prm_mgr_open", Returns::word),
     on_card("prm_srh_async_resp_data"),
@@ -86,6 +88,8 @@ constexpr PlatformService services[] = {
     on_host("shmwin_free", Returns::word),
     on_host("shmwin_malloc", Returns::word),
     on_host("shmwin_reset", Returns::word),
+    on_host("spp_client_init_v2", Returns::word),
+    {.name = "spp_prep_bfd_pkt_and_xmt", .returns = Returns::word, .retcode_argument = 5},
     on_host("zem_errmsg", Returns::word),
 };
 

@@ -89,6 +89,10 @@ TEST_F(FaultPlanFiles, EveryActionHasItsWordAndItsFields)
          FaultSide::host},
         {"shmwin_malloc", "action = 'no-memory'", FaultAction::no_memory, "no-memory",
          FaultSide::host},
+        {"spp_prep_bfd_pkt_and_xmt", "action = 'refuse'\nretcode = 12", FaultAction::refuse,
+         "refuse retcode 12", FaultSide::host},
+        {"spp_prep_bfd_pkt_and_xmt", "action = 'refuse'\ncode = 5\nretcode = 0xFFFFFFFF",
+         FaultAction::refuse, "refuse 5 retcode 0xFFFFFFFF", FaultSide::host},
         {"_ltrace", "action = 'kill'\ntarget = 'host'", FaultAction::kill, "kill host",
          FaultSide::host},
         {add, "action = 'kill'\ntarget = 'card'", FaultAction::kill, "kill card", FaultSide::card},
@@ -266,6 +270,9 @@ TEST_F(FaultPlanFiles, AnActionThatDoesNotGoWithTheServiceIsRefused)
               "4:8: 'list_dequeue_default' returns a pointer: 'code' is 0, for the null pointer");
     EXPECT_EQ(told_of("shmwin_free", "action = 'no-memory'"),
               "3:10: 'no-memory' happens to 'shmwin_malloc' alone, not to 'shmwin_free'");
+    EXPECT_EQ(told_of(add, "action = 'refuse'\nretcode = 12"),
+              "3:10: 'refuse' happens to services that send frames, and "
+              "'prm_srh_service_config_add' is none");
     for (const char *action :
          {"answer'\nstatus = 1", "late'\nevents = 1", "lose'", "twice'", "reorder'"}) {
         const std::string word = std::string(action).substr(0, std::string(action).find('\''));
@@ -301,7 +308,9 @@ TEST_F(FaultPlanFiles, AFieldThatDoesNotGoWithTheActionIsRefused)
     EXPECT_EQ(told_of(add, "action = 'lose'\nstatus = 5"),
               "4:10: 'status' goes with the action 'answer', not with 'lose'");
     EXPECT_EQ(told_of(add, "action = 'lose'\ncode = 5"),
-              "4:8: 'code' goes with the action 'return', not with 'lose'");
+              "4:8: 'code' goes with the action 'return' or 'refuse', not with 'lose'");
+    EXPECT_EQ(told_of(add, "action = 'lose'\nretcode = 5"),
+              "4:11: 'retcode' goes with the action 'refuse', not with 'lose'");
     EXPECT_EQ(told_of(add, "action = 'lose'\nevents = 5"),
               "4:10: 'events' goes with the action 'late' or 'restart', not with 'lose'");
     EXPECT_EQ(told_of(add, "action = 'lose'\ntables = 'lost'"),
@@ -316,6 +325,8 @@ TEST_F(FaultPlanFiles, AMissingFieldIsSaid)
     EXPECT_EQ(told_of(add, "action = 'answer'"), "3:10: the action 'answer' needs 'status'");
     EXPECT_EQ(told_of(add, "action = 'late'"), "3:10: the action 'late' needs 'events'");
     EXPECT_EQ(told_of(add, "action = 'kill'"), "3:10: the action 'kill' needs 'target'");
+    EXPECT_EQ(told_of("spp_prep_bfd_pkt_and_xmt", "action = 'refuse'"),
+              "3:10: the action 'refuse' needs 'retcode'");
     EXPECT_EQ(told_of(add, ""), "1:1: a rule without 'action'");
     EXPECT_EQ(told("\n[[rule]]\naction = 'lose'"), "2:1: a rule without 'service'");
 }

@@ -11,6 +11,7 @@
 #include "platform_card.h"
 #include "platform_error_text.h"
 #include "platform_list.h"
+#include "platform_packet_path.h"
 #include "platform_shared_window.h"
 #include "test_card.h"
 #include "vlc/state_error.h"
@@ -550,6 +551,54 @@ TEST_F(FaultPlans, ARuleThatCannotBeIsRefusedByItsNumber)
     EXPECT_EQ(refusal({.service = "shmwin_fre", .code = 1}),
               "rule 2: 'shmwin_fre' is no platform service; the nearest known name is "
               "'shmwin_free'");
+}
+
+// ---- frames ------------------------------------------------------------------------------------
+
+class RefusedFrames : public FaultPlans {
+protected:
+    // The service's code and its retcode.
+    std::pair<uint32_t, uint32_t> send()
+    {
+        void *client = nullptr;
+        EXPECT_EQ(spp_client_init_v2(&client, {}), 0u);
+        gather_piece piece = {"a frame", 7};
+        uint32_t retcode = 0xEEEE;
+        const uint32_t code = spp_prep_bfd_pkt_and_xmt(client, 16, &piece, 1, SPP_SEND_WORD_1,
+                                                       &retcode, SPP_SEND_WORD_2);
+        return {code, retcode};
+    }
+    bool has_left() const { return std::filesystem::exists(card_directory() / "cpu-port16.pcap"); }
+    using Outcome = std::pair<uint32_t, uint32_t>;
+};
+
+constexpr const char *send_service = "spp_prep_bfd_pkt_and_xmt";
+
+TEST_F(RefusedFrames, ARefusedFrameHasTheRetcodeOfTheRuleAndDoesNotLeave)
+{
+    play({{.service = send_service, .action = FaultAction::refuse, .retcode = 12}});
+    EXPECT_EQ(send(), (Outcome{0, 12}));
+    EXPECT_FALSE(has_left());
+    EXPECT_EQ(fired(), 1u);
+}
+
+TEST_F(RefusedFrames, TheRuleMayGiveTheServicesCodeBeside)
+{
+    play({{.service = send_service,
+           .action = FaultAction::refuse,
+           .code = 5,
+           .retcode = 0xFFFFFFFF,
+           .nth = 2}});
+    EXPECT_EQ(send(), (Outcome{0, 0}));
+    EXPECT_EQ(send(), (Outcome{5, 0xFFFFFFFF}));
+    EXPECT_EQ(send(), (Outcome{0, 0}));
+}
+
+TEST_F(RefusedFrames, AnNpsPortCanBeTakenAwayByItsNumber)
+{
+    play({{.service = "plm_np_to_cpu_port_map", .np = 1, .code = PLM_NO_CPU_PORT}});
+    EXPECT_EQ(plm_np_to_cpu_port_map(0), 16u);
+    EXPECT_EQ(plm_np_to_cpu_port_map(1), PLM_NO_CPU_PORT);
 }
 
 } // namespace
