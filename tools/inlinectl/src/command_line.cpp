@@ -12,6 +12,7 @@
 #include "card_command.h"
 #include "diff_command.h"
 #include "exit_code.h"
+#include "inject_command.h"
 #include "metrics_command.h"
 #include "nearest_name.h"
 #include "run_command.h"
@@ -34,9 +35,9 @@ constexpr const char *examples =
 
 std::vector<Command> all_commands()
 {
-    return {run_command(),   card_command(),    vservice_command(), show_command(),
-            top_command(),   metrics_command(), diff_command(),     trace_command(),
-            sites_command(), audit_command()};
+    return {run_command(),   card_command(),  vservice_command(), inject_command(),
+            show_command(),  top_command(),   metrics_command(),  diff_command(),
+            trace_command(), sites_command(), audit_command()};
 }
 
 // A command and its place in the parser.

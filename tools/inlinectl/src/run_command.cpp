@@ -15,6 +15,7 @@
 #include "exit_code.h"
 #include "flow_run.h"
 #include "host_handles.h"
+#include "injection_console.h"
 #include "interrupt.h"
 #include "library_exit.h"
 #include "numbers.h"
@@ -103,6 +104,7 @@ public:
     RunReport perform()
     {
         host_.start();
+        offer_injections(card_.console());
         settle();
         if (host_.found_root())
             settle_what_was_left();

@@ -1,10 +1,5 @@
 #include "vservice_feeding.h"
 
-#include "card_hardware.h"
-#include "host_handles.h"
-#include "settlement.h"
-#include "vlc/state_error.h"
-
 namespace inlinectl {
 namespace {
 
@@ -21,32 +16,12 @@ bool is_tried(const vservice_config &record)
 
 VserviceFeeding::VserviceFeeding(std::unique_ptr<vlc::VirtualLineCard> card,
                                  const std::filesystem::path &state_directory)
-    : owned_card_(std::move(card)), card_(*owned_card_), session_(card_),
-      host_(handles_of(card_, session_))
+    : host_(std::move(card), state_directory)
 {
-    host_.start();
-    session_.let_everything_arrive();
-    if (host_.found_root())
-        settle_what_was_left(state_directory);
+    for (const std::string &left : host_.not_settled())
+        report_.said.push_back("not settled: " + left);
     feeder_.emplace();
     complaints_.look(); // those of the start are no service's
-}
-
-// An earlier host may have been killed with an entry in flight.
-void VserviceFeeding::settle_what_was_left(const std::filesystem::path &state_directory)
-{
-    const CardHardware hardware(card_.access());
-    const services::Settlement settled =
-        services::settle({.root = host_.root(),
-                          .in_shared_memory = in_window(card_.window()),
-                          .hardware = &hardware,
-                          .run_events = [this] { session_.let_everything_arrive(); }});
-    if (settled.is_damaged)
-        throw vlc::StateError(state_directory.string() +
-                              ": the shadow DB there is damaged and was left as it is; see "
-                              "'inlinectl audit'");
-    for (const std::string &left : settled.left)
-        report_.said.push_back("not settled: " + left);
 }
 
 void VserviceFeeding::add(const vservice_config &record)
@@ -84,8 +59,8 @@ VserviceReport VserviceFeeding::finish()
 {
     for (std::string &text : heard())
         report_.said.push_back(std::move(text));
-    if (!card_.why_given_up().empty())
-        report_.said.push_back(card_.why_given_up());
+    if (!host_.card().why_given_up().empty())
+        report_.said.push_back(host_.card().why_given_up());
     for (uint32_t index = 0; index < VSERVICES; ++index)
         report_.programmed_now += feeder_->programmed(index) ? 1U : 0U;
     return std::move(report_);
@@ -94,7 +69,7 @@ VserviceReport VserviceFeeding::finish()
 // What the hardware answers late belongs to the record too.
 std::vector<std::string> VserviceFeeding::heard()
 {
-    session_.let_everything_arrive();
+    host_.session().let_everything_arrive();
     return complaints_.look();
 }
 

@@ -7,10 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "card_session.h"
 #include "library_complaints.h"
-#include "service_host.h"
-#include "vlc/virtual_line_card.h"
+#include "started_host.h"
 #include "vservice_feeder.h"
 #include "vservice_report.h"
 
@@ -29,13 +27,9 @@ public:
     VserviceReport finish();
 
 private:
-    void settle_what_was_left(const std::filesystem::path &state_directory);
     std::vector<std::string> heard();
 
-    std::unique_ptr<vlc::VirtualLineCard> owned_card_;
-    vlc::VirtualLineCard &card_;
-    CardSession session_;
-    services::ServiceHost host_;
+    StartedHost host_;
     LibraryComplaints complaints_;
     std::optional<services::VserviceFeeder> feeder_;
     VserviceReport report_;
