@@ -28,6 +28,21 @@ bool CardSession::run_until(const std::function<bool()> &done)
     return is_done;
 }
 
+void CardSession::run_for(vlc::CardClock::duration time)
+{
+    bool is_over = false;
+    const auto timer = card_.events().after(time, [&is_over] { is_over = true; });
+    run_until([&is_over] { return is_over || interrupted(); });
+    card_.events().cancel(timer);
+}
+
+void CardSession::stay()
+{
+    card_.events().watch_readable(interrupt_descriptor(), [] {});
+    card_.events().run_until([] { return interrupted(); });
+    card_.events().unwatch(interrupt_descriptor());
+}
+
 bool CardSession::wait_for_card()
 {
     if (!card_.card_is_away())

@@ -24,6 +24,10 @@ public:
     // Runs the card's events until all that the card has said has reached the library.
     void let_everything_arrive();
     void run_what_is_ready(); // the same without asking a card in another process
+    // Runs events for so long, or until the run is interrupted.
+    void run_for(vlc::CardClock::duration time);
+    // Runs events until the run is interrupted, however long that takes.
+    void stay();
     // Runs events until `done` holds. False when it cannot come to hold, the run is interrupted, or
     // the card stays away.
     bool run_until(const std::function<bool()> &done);

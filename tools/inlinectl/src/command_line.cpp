@@ -20,6 +20,7 @@
 #include "sites_command.h"
 #include "top_command.h"
 #include "trace_command.h"
+#include "util_command.h"
 #include "vservice_command.h"
 
 namespace inlinectl {
@@ -37,7 +38,7 @@ std::vector<Command> all_commands()
 {
     return {run_command(),   card_command(),  vservice_command(), inject_command(),
             show_command(),  top_command(),   metrics_command(),  diff_command(),
-            trace_command(), sites_command(), audit_command()};
+            trace_command(), sites_command(), audit_command(),    util_command()};
 }
 
 // A command and its place in the parser.

@@ -1,7 +1,9 @@
 // Captures through the card's data plane.
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,9 +15,16 @@
 
 namespace inlinectl {
 
+struct ReplayPlan {
+    std::vector<std::filesystem::path> captures;
+    uint64_t times = 1;                         // 0: until the run is interrupted
+    std::optional<uint32_t> packets_per_second; // as fast as it goes when not given
+};
+
 struct Replayed {
     vlc::RunningCard::Traffic traffic;
-    std::string failure; // of a capture that could be read no further; empty for none
+    bool was_cut_short = false; // by an interrupt, unless it had no end
+    std::string failure;        // of a capture that could be read no further; empty for none
 };
 
 // Gives every packet to the card, lets the card's events run, and has the meter count often enough
@@ -24,7 +33,6 @@ struct Replayed {
 // too: what was replayed before it is kept.
 // `flows` is told of each packet before the card gets it; null without a flow service.
 Replayed replay(vlc::VirtualLineCard &card, CardSession &session, services::TrafficMeter &meter,
-                FlowRun *flows, const std::vector<std::filesystem::path> &captures,
-                Progress &progress);
+                FlowRun *flows, const ReplayPlan &plan, Progress &progress);
 
 } // namespace inlinectl

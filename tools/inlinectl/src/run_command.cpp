@@ -15,7 +15,7 @@
 #include "exit_code.h"
 #include "flow_run.h"
 #include "host_handles.h"
-#include "injection_console.h"
+#include "host_verbs.h"
 #include "interrupt.h"
 #include "library_exit.h"
 #include "numbers.h"
@@ -104,7 +104,7 @@ public:
     RunReport perform()
     {
         host_.start();
-        offer_injections(card_.console());
+        verbs_.emplace(card_);
         settle();
         if (host_.found_root())
             settle_what_was_left();
@@ -114,6 +114,8 @@ public:
             start_flows();
         replay_captures();
         settle();
+        if (options_.stay && !interrupted())
+            stay();
         if (flows_)
             report_.flows = flows_->finish();
         conclude();
@@ -186,6 +188,7 @@ private:
         const auto programmed = meter_->program(input_.wanted, between_batches);
         if (!programmed.failure.empty())
             report_.problems.push_back(programmed.failure + "; before it " + window_text());
+        report_.interrupted = programmed.stopped;
         progress_.clear();
     }
 
@@ -206,7 +209,11 @@ private:
             card_.access().on_output(
                 [this](const vlc::EncapsulatedPacket &packet) { output_->write(packet); });
         Replayed replayed = replay(card_, session_, *meter_, flows_ ? &*flows_ : nullptr,
-                                   options_.captures, progress_);
+                                   {.captures = options_.captures,
+                                    .times = options_.times.value_or(1),
+                                    .packets_per_second = options_.packets_per_second},
+                                   progress_);
+        report_.interrupted |= replayed.was_cut_short;
         report_.traffic = std::move(replayed.traffic.totals);
         if (const uint64_t lost = replayed.traffic.undelivered; lost > 0)
             report_.problems.push_back(counted(lost, "packet", "packets") +
@@ -228,6 +235,15 @@ private:
         }
     }
 
+    void stay()
+    {
+        if (!options_.quiet)
+            std::fprintf(stderr, "inlinectl: a host stays in %s until Ctrl-C\n",
+                         options_.state_directory->c_str());
+        session_.stay();
+        settle();
+    }
+
     void conclude()
     {
         for (services::MeterEntry &entry : meter_->entries())
@@ -236,7 +252,6 @@ private:
                 .push_back(entry);
         rank_entries(report_);
         report_.requests = card_.ledger().sums();
-        report_.interrupted = interrupted();
         report_.evidence = evidence_.bundle();
         report_.faults = faults();
         if (!evidence_.failure().empty())
@@ -272,6 +287,7 @@ private:
     const CardHardware hardware_;
     services::ServiceHost host_;
     Evidence evidence_;
+    std::optional<HostVerbs> verbs_;
     std::optional<services::TrafficMeter> meter_;
     std::optional<FlowRun> flows_;
     uint64_t fullest_ = 0; // bytes in use of the window

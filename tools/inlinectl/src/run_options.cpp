@@ -23,6 +23,8 @@ constexpr const char *examples =
     "    inlinectl run --state card --pcap capture.pcap --output out.pcap\n"
     "  Count each 5-tuple by a flow, and write down its packets and times:\n"
     "    inlinectl run --flows --flow-export flows.jsonl --pcap capture.pcap\n"
+    "  Be a host that goes on running, to be looked into from elsewhere:\n"
+    "    inlinectl run --state card --pcap capture.pcap --repeat 0 --pace 2000\n"
     "  On a card that runs by itself, see 'inlinectl card --help':\n"
     "    inlinectl run --connect /tmp/card.sock --state host --pcap capture.pcap\n"
     "\n"
@@ -62,6 +64,13 @@ void declare_run_options(CLI::App &run, RunOptions &options)
         ->type_name("FILE");
     run.add_option("--fault", options.fault_file, "What goes wrong meanwhile: a fault plan (TOML)")
         ->type_name("FILE");
+    run.add_option("--repeat", options.times,
+                   "Replay the captures so many times; 0: until Ctrl-C, and it ends well")
+        ->type_name("N");
+    run.add_option("--pace", options.packets_per_second, "Packets a second at most")
+        ->type_name("N")
+        ->check(CLI::PositiveNumber.description(""));
+    run.add_flag("--stay", options.stay, "Then go on being a host until Ctrl-C");
     declare_flow_options(run, options.flows);
     run.add_flag("--json", options.json, "Write the report as one JSON object");
     run.add_flag("--quiet", options.quiet, "No progress, no report, only what failed");
@@ -74,6 +83,14 @@ void check_run_options(const RunOptions &options)
         throw UsageError("nothing to run: give --pcap, --scenario or --state");
     if (options.output_file && options.captures.empty())
         throw UsageError("nothing goes out without traffic: give --pcap beside --output");
+    if ((options.times || options.packets_per_second) && options.captures.empty())
+        throw UsageError("nothing to replay: give --pcap beside --repeat and --pace");
+    if (options.stay && !options.state_directory)
+        throw UsageError(
+            "nobody finds a host in a temporary directory: give --state beside --stay");
+    if (options.flows.wanted && (options.times || options.packets_per_second || options.stay))
+        throw UsageError("--repeat, --pace and --stay go without --flows, which lives in the "
+                         "captures' own time");
     for (const std::filesystem::path &capture : options.captures) {
         std::error_code error;
         if (options.output_file &&

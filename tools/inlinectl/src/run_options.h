@@ -22,6 +22,9 @@ struct RunOptions {
     std::optional<std::filesystem::path> fault_file;
     std::optional<std::filesystem::path> output_file; // what the card sends out
     std::vector<std::filesystem::path> captures;
+    std::optional<uint64_t> times; // the captures are replayed; 0: until it is interrupted
+    std::optional<uint32_t> packets_per_second; // as fast as it goes when not given
+    bool stay = false;                          // behind all that, until it is interrupted
     FlowChoice flows;
     bool json = false;
     bool quiet = false;
