@@ -125,7 +125,20 @@ TEST_F(Diff, TellsRowsOfEachNp)
     EXPECT_EQ(text_of(words({"--only", "entries"})), "The states are the same.\n");
 }
 
-TEST_F(Diff, TellsAttributesVirtualServicesAndFlows)
+TEST_F(Diff, TellsWhichNpsRowIsNotTheSame)
+{
+    change([](shadow_db &root, vlc::NpStore &nps) {
+        const app_node &two = node_of(root, 1, 2)->app_node;
+        ASSERT_EQ(nps[0].table(vlc::TableKind::service_config).remove({two.key, two.key_len}),
+                  vlc::TableOutcome::done);
+    });
+    const std::vector<json> found = differences();
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ(found[0]["np"], 0);
+    EXPECT_EQ(found[0]["change"], "only_first");
+}
+
+TEST_F(Diff, TellsAttributesAndVirtualServices)
 {
     change([](shadow_db &root, vlc::NpStore &) {
         ASSERT_NE(root.uidb_attr_table, nullptr);
