@@ -8,6 +8,7 @@
 #include <cstring>
 #include <ctime>
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include "inline_service_context.h"
@@ -24,8 +25,7 @@ namespace {
 
 constexpr char log_path[] = "/tmp/inline_svc_log";
 constexpr int32_t log_size_limit = 10000000;
-constexpr size_t stamp_seconds_length = 15;               // "Nov 21 01:38:00"
-constexpr size_t stamp_length = stamp_seconds_length + 5; // ".123:"
+constexpr size_t stamp_seconds_length = 15; // "Nov 21 01:38:00"
 
 constinit ed_component component = {
     .name = "libinline_service_infra",
@@ -82,17 +82,40 @@ const char *seconds_text(time_t seconds)
     return known_text;
 }
 
-void put_stamp(char *out)
+void put_stamp(char *out, const timespec &now)
 {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
     memcpy(out, seconds_text(now.tv_sec), stamp_seconds_length);
     const auto milliseconds = static_cast<unsigned>(now.tv_nsec / 1000000) % 1000;
     out[15] = '.';
     out[16] = static_cast<char>('0' + milliseconds / 100);
-    out[17] = static_cast<char>('0' + milliseconds / 10 % 10);
-    out[18] = static_cast<char>('0' + milliseconds % 10);
+    memcpy(out + 17, &two_digits[2 * (milliseconds % 100)], 2);
     out[19] = ':';
+}
+
+// How far a file grows at most in a nanosecond: more than a machine's memory takes.
+constexpr int64_t fastest_growth = 16;
+// Behind each opening positions are asked for, so that one who writes little writes as stdio does
+// whatever is done to the file meanwhile.
+constexpr uint32_t exact_lines_of_an_opening = 200;
+
+// The farthest end of a write that did not append, since this process last truncated the file: such
+// a write may make a hole, and the file longer at once.
+int64_t farthest_write = 0;
+
+// Changes with each fork, on both sides of it.
+uint32_t forks = 0;
+
+[[gnu::constructor]] void watch_forks()
+{
+    constexpr auto note = [] { ++forks; };
+    pthread_atfork(nullptr, note, note);
+}
+
+// Nanoseconds; negative when the clock was set back, and no more than three seconds.
+int64_t between(const timespec &earlier, const timespec &later)
+{
+    const auto seconds = std::clamp<int64_t>(later.tv_sec - earlier.tv_sec, -2, 2);
+    return seconds * 1000000000 + (later.tv_nsec - earlier.tv_nsec);
 }
 
 } // namespace
@@ -102,44 +125,74 @@ bool LogStream::open(bool truncate)
     descriptor_ = open_regular_file(log_path, truncate ? FileBegin::empty : FileBegin::at_its_end);
     if (descriptor_ < 0)
         printf("failed to open!!!\n");
+    appends_ = !truncate;
+    exact_lines_ = exact_lines_of_an_opening;
+    fork_ = forks;
+    position_ = 0;
+    if (truncate)
+        farthest_write = 0;
     return descriptor_ >= 0;
 }
 
-// A stream that appends stands at the end of its own last write, other streams' bytes included; one
-// that truncated stands behind what it wrote itself. The kernel knows both, also after a fork.
-bool LogStream::past_limit() const
+// The kernel knows the position, also after a fork: of a stream that appends it is the file's end
+// at its own last write, other streams' bytes included.
+int64_t LogStream::ask_position(const timespec &now)
 {
-    // Kept: the position is taken as a signed 32-bit number, so a file beyond 2 GiB is left alone.
-    return static_cast<int32_t>(lseek(descriptor_, 0, SEEK_CUR)) > log_size_limit;
+    position_ = lseek(descriptor_, 0, SEEK_CUR);
+    asked_ = now;
+    return position_;
 }
 
-bool LogStream::ready()
+// Another process that makes the file longer without writing the bytes, or writes behind a hole, is
+// noticed when the position is asked for next: at most 0.6 ms late, which is how long the longest
+// file would take to be written.
+bool LogStream::past_limit(const timespec &now)
+{
+    const int64_t since_last = between(last_, now);
+    last_ = now;
+    int64_t position = position_;
+    if (exact_lines_ > 0 || fork_ != forks) {
+        exact_lines_ -= exact_lines_ > 0;
+        position = ask_position(now);
+    } else if (appends_) {
+        // A clock that stands still or was set says nothing of how long it has been.
+        const bool tells = since_last > 0;
+        const int64_t farthest = std::max(position_, farthest_write);
+        if (!tells || farthest + fastest_growth * between(asked_, now) > log_size_limit)
+            position = ask_position(now);
+        else
+            return false;
+    }
+    // Kept: the position is taken as a signed 32-bit number, so a file beyond 2 GiB is left alone.
+    return static_cast<int32_t>(position) > log_size_limit;
+}
+
+bool LogStream::ready(const timespec &now)
 {
     if (descriptor_ < 0)
         return open(false);
-    if (!past_limit())
+    if (!past_limit(now))
         return true;
     close(descriptor_);
     descriptor_ = -1;
     return open(true);
 }
 
-void LogStream::render(LogLine *line, const char *format, ...)
+char *LogStream::begin(LogLine *line)
 {
-    flush(); // a line is held still when a facility that it was given to logs in its turn
-    if (!ready())
-        return;
-    put_stamp(line->text);
-    va_list arguments;
-    va_start(arguments, format);
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wformat-nonliteral" // checked where the site stands
-    const int wanted =
-        vsnprintf(line->text + stamp_length, log_line_limit + 1 - stamp_length, format, arguments);
-#pragma GCC diagnostic pop
-    va_end(arguments);
-    line->length =
-        std::min(stamp_length + static_cast<size_t>(std::max(wanted, 0)), log_line_limit);
+    if (held_ != nullptr) // still, when a facility that the line was given to logs in its turn
+        flush();
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (!ready(now))
+        return nullptr;
+    put_stamp(line->text, now);
+    return line->text + log_stamp_length;
+}
+
+void LogStream::hold(LogLine *line, const char *end)
+{
+    line->length = std::min(static_cast<size_t>(end - line->text), log_line_limit);
     line->text[line->length++] = '\n';
     held_ = line;
 }
@@ -155,7 +208,24 @@ void LogStream::flush()
         if (written <= 0)
             return;
         done += static_cast<size_t>(written);
+        if (!appends_) {
+            position_ += written;
+            farthest_write = std::max(farthest_write, position_);
+        }
     }
+}
+
+char *print_line(LogLine *line, char *out, const char *format, ...)
+{
+    va_list arguments;
+    va_start(arguments, format);
+    const auto room = static_cast<size_t>(line->text + log_line_limit + 1 - out);
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral" // checked where the site stands
+    const int wanted = vsnprintf(out, room, format, arguments);
+#pragma GCC diagnostic pop
+    va_end(arguments);
+    return out + std::min(static_cast<size_t>(std::max(wanted, 0)), room - 1);
 }
 
 bool select_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words)

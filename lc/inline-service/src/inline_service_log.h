@@ -16,35 +16,54 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <ctime>
 
+#include "inline_service_log_format.h"
 #include "platform_event_debug.h"
 
 namespace inline_service {
 
-inline constexpr size_t log_line_limit = 600; // longer lines are cut here
+inline constexpr size_t log_line_limit = 600;      // longer lines are cut here
+inline constexpr size_t log_stamp_length = 20;     // "Nov 21 01:38:00.123:"
+inline constexpr size_t longest_fixed_text = 1000; // of a site, what its arguments are left aside
 
-// A line on its way to the file: time stamp, text, newline.
+// A line on its way to the file: time stamp, text, newline. A text is cut once it is whole, so
+// there is room for what a site writes beyond the limit.
 struct LogLine {
-    size_t length = 0; // 0: nothing to write
-    char text[log_line_limit + 2];
+    size_t length; // of what stands in `text`
+    char text[log_line_limit + longest_fixed_text];
 };
 
 // One stream on the log file. Each source file has its own, so several are open at once, each with
 // its own position, as with one stdio stream a file.
+//
+// Whether the file is past its limit is asked before each line. What stdio would learn by a system
+// call is mostly known without: a stream that truncated stands behind what it wrote itself, and one
+// that appends stands no further than the file can have grown since its position was last asked
+// for.
 class LogStream {
 public:
-    // Opens the stream or, past the size limit, truncates the file; then renders the line, which
-    // the stream holds until flush().
-    void render(LogLine *line, const char *format, ...);
+    // Opens the stream or, past the size limit, truncates the file; then begins a line with its
+    // time stamp. Returns where its text goes, or null when there is no stream.
+    char *begin(LogLine *line);
+    // The line is whole up to `end`: the stream holds it, cut to the limit, until flush().
+    void hold(LogLine *line, const char *end);
     // One write; what the disk refuses is lost, as with a flush that fails.
     void flush();
 
 private:
-    bool ready();
-    bool past_limit() const;
+    bool ready(const timespec &now);
+    bool past_limit(const timespec &now);
     bool open(bool truncate);
+    int64_t ask_position(const timespec &now);
 
     int descriptor_ = -1;
+    bool appends_ = false;
+    uint32_t exact_lines_ = 0; // of this opening, before which its position is always asked for
+    uint32_t fork_ = 0;    // the process's forks when it was opened: a shared position is asked for
+    int64_t position_ = 0; // exact of one that truncated, else at `asked_`
+    timespec asked_ = {};  // when the position was asked for
+    timespec last_ = {};   // the last line's time
     LogLine *held_ = nullptr;
 };
 
@@ -69,11 +88,21 @@ inline uint64_t as_word(const void *address)
     return reinterpret_cast<uint64_t>(address);
 }
 
-template <typename... Arguments>
+// Puts a text into a line with printf, and returns its end: for formats that are not simple.
+char *print_line(LogLine *line, char *out, const char *format, ...);
+
+template <typename Text, typename... Arguments>
 void log_message(LogStream &stream, ed_debug_point &point, uint32_t line, Arguments... arguments)
 {
     LogLine text;
-    stream.render(&text, point.format, arguments...);
+    if (char *out = stream.begin(&text)) {
+        if constexpr (parsed_format<Text>.is_simple) {
+            static_assert(parsed_format<Text>.longest <= longest_fixed_text - log_stamp_length);
+            stream.hold(&text, put_format<Text>(out, text.text + log_line_limit, arguments...));
+        } else {
+            stream.hold(&text, print_line(&text, out, point.format, arguments...));
+        }
+    }
     const std::array<uint64_t, sizeof...(arguments) + 1> words = {as_word(arguments)...};
     if (select_event_debug(point, line, words.data())) {
         if constexpr (sizeof...(arguments) == 0)
@@ -127,8 +156,10 @@ void register_component(uint64_t arg1, uint64_t arg2, uint64_t arg3, uint64_t ar
             .reserved = 0};                                                                        \
         if (false)                                                                                 \
             ::inline_service::check_format(site_format __VA_OPT__(, ) __VA_ARGS__);                \
-        ::inline_service::log_message(::inline_service::log_stream, site_point,                    \
-                                      __LINE__ __VA_OPT__(, ) __VA_ARGS__);                        \
+        constexpr auto site_text = [] { return ::std::string_view(site_format); };                 \
+        ::inline_service::log_message<decltype(site_text)>(::inline_service::log_stream,           \
+                                                           site_point, __LINE__ __VA_OPT__(, )     \
+                                                               __VA_ARGS__);                       \
     } while (false)
 // clang-format on
 
