@@ -8,6 +8,7 @@
 #include <climits>
 
 #include "inline_service_context.h"
+#include "inline_service_counter_scan.h"
 #include "inline_service_log.h"
 #include "platform_error_text.h"
 #include "platform_prm_stats.h"
@@ -17,7 +18,6 @@ using namespace inline_service;
 namespace {
 
 constexpr uint32_t counters_per_word = 32;
-constexpr uint32_t full_word = 0xFFFFFFFF;
 
 // The most significant bit of a word is its lowest counter.
 constexpr uint32_t bit_of(uint32_t position)
@@ -95,7 +95,7 @@ uint32_t inline_svc_alloc_counter(uint32_t *counter, uint32_t np_id, uint32_t cl
 
     // Kept: one word more than the region, as far as freeing reaches too.
     uint32_t *const end = bitmap + size / counters_per_word + 1;
-    uint32_t *free_word = std::find_if(bitmap, end, [](uint32_t w) { return w != full_word; });
+    uint32_t *const free_word = first_word_with_room(bitmap, end);
     if (free_word == end) {
         inline_svc_trace_error("No free long counters available");
         return ENOMEM;
