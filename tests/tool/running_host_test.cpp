@@ -150,6 +150,60 @@ TEST(RunUsage, RefusesWhatDoesNotGoTogether)
     EXPECT_FALSE(std::filesystem::exists("/tmp/s"));
 }
 
+// ---- killed in the middle ----------------------------------------------------------------------
+
+class KilledHosts : public testing::Test {
+protected:
+    void SetUp() override
+    {
+        RunningHost host({"--pcap", office, "--repeat", "0", "--quiet"});
+        while (packets_counted() == 0)
+            continue;
+        EXPECT_EQ(host.end(SIGKILL).exit_code, -SIGKILL);
+    }
+    static Outcome looked(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.end(), {"--state", RunningHost::state});
+        Outcome outcome = inlinectl(arguments);
+        EXPECT_EQ(outcome.exit_code, 0) << outcome.err;
+        EXPECT_EQ(outcome.err, "");
+        return outcome;
+    }
+};
+
+TEST_F(KilledHosts, LeaveAStateThatTheAuditFindsInOrder)
+{
+    EXPECT_NE(looked({"audit"}).out.find("Differences: none"), std::string::npos);
+}
+
+TEST_F(KilledHosts, LeaveEveryEntryAndCounterToBeShown)
+{
+    size_t entries = 0;
+    for (const std::string &line : lines_of(looked({"show", "shadow", "--json"}).out))
+        entries += json::parse(line)["kind"] == "entry";
+    EXPECT_EQ(entries, 312u + 14);
+    size_t counters = 0;
+    for (const std::string &line : lines_of(looked({"show", "counters", "--json"}).out))
+        counters += json::parse(line)["kind"] == "counter";
+    EXPECT_EQ(counters, 2u * 2 * (312 + 14)) << "two of each entry on each NP";
+}
+
+TEST_F(KilledHosts, LeaveTracesAndSitesToBeRead)
+{
+    const auto events = lines_of(looked({"trace", "--json"}).out);
+    EXPECT_GE(events.size(), 1000u);
+    for (const std::string &event : events)
+        EXPECT_TRUE(json::parse(event).contains("text"));
+    EXPECT_GE(lines_of(looked({"show", "sites", "--json"}).out).size(), 240u);
+}
+
+TEST_F(KilledHosts, AreSaidToHaveBeenKilled)
+{
+    EXPECT_NE(looked({"top", "--once"}).out.find("killed"), std::string::npos);
+    EXPECT_NE(looked({"metrics"}).out.find("host_life=\"killed\"} 1"), std::string::npos)
+        << looked({"metrics"}).out;
+}
+
 // ---- utility messages --------------------------------------------------------------------------
 
 class UtilityMessages : public testing::Test {
