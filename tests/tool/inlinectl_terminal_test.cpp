@@ -73,6 +73,16 @@ TEST(InlinectlOnATerminal, PaintsItsReport)
     EXPECT_NE(seen.find(std::string(bold) + "Destinations by bytes"), std::string::npos) << seen;
 }
 
+TEST(InlinectlOnATerminal, PaintsATraceUnlessItMayNot)
+{
+    std::vector<std::string> run = run_of(3);
+    run.insert(run.end(), {"--state", "/tmp/state"});
+    on_terminal(run, nullptr);
+    const std::vector<std::string> trace{"trace", "--state", "/tmp/state", "--last", "5"};
+    EXPECT_NE(on_terminal(trace, nullptr).find(bold), std::string::npos);
+    EXPECT_EQ(on_terminal(trace, "1").find('\033'), std::string::npos);
+}
+
 TEST(InlinectlOnATerminal, PaintsNothingWithNoColor)
 {
     const std::string seen = on_terminal(run_of(3), "1");

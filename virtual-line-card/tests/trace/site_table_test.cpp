@@ -3,6 +3,7 @@
 
 #include <cstring>
 #include <random>
+#include <string_view>
 
 #include "test_directory.h"
 
@@ -157,6 +158,88 @@ TEST_F(SiteTables, FlippedBytesAreAnErrorOrChangeFlagsAndHitsAlone)
         });
     }
     EXPECT_GT(read, 10);
+}
+
+// ---- a table whose checks are right and whose content is not
+
+constexpr size_t geometry_at = 16; // of the header: sites, bytes of texts, check, nothing
+constexpr size_t header_check_at = 48;
+constexpr size_t content_at = 4096;
+constexpr size_t component_bytes = 16;
+constexpr size_t site_bytes = 64;
+constexpr size_t lasting_site_bytes = 48;
+
+uint64_t mixed(uint64_t sum, std::string_view bytes)
+{
+    for (const char byte : bytes)
+        sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+    return sum;
+}
+
+uint64_t word_at(const std::string &bytes, size_t at)
+{
+    uint64_t word = 0;
+    std::memcpy(&word, bytes.data() + at, sizeof word);
+    return word;
+}
+
+// As somebody would who knows how the checks are made.
+void seal(std::string &bytes)
+{
+    const uint64_t sites = word_at(bytes, geometry_at);
+    uint64_t sum = 0xCBF29CE484222325;
+    sum = mixed(sum, std::string_view(bytes).substr(content_at, component_bytes));
+    size_t at = content_at + component_bytes;
+    for (uint64_t i = 0; i < sites && at + site_bytes <= bytes.size(); ++i, at += site_bytes)
+        sum = mixed(sum, std::string_view(bytes).substr(at, lasting_site_bytes));
+    sum = mixed(sum, std::string_view(bytes).substr(at, word_at(bytes, geometry_at + 8)));
+    std::memcpy(bytes.data() + geometry_at + 16, &sum, sizeof sum);
+    const uint64_t check =
+        mixed(0xCBF29CE484222325, std::string_view(bytes).substr(0, header_check_at));
+    std::memcpy(bytes.data() + header_check_at, &check, sizeof check);
+}
+
+TEST_F(SiteTables, ForgedWithRightChecksAreAnErrorOrReadWithinThemselves)
+{
+    make();
+    const std::string whole = content_of(path());
+    std::string sealed = whole;
+    seal(sealed);
+    ASSERT_EQ(whole, sealed) << "the test knows how the checks are made";
+    std::mt19937_64 random(6);
+    int refused = 0;
+    int read = 0;
+    for (int round = 0; round < 600; ++round) {
+        std::string bytes = whole;
+        for (uint64_t changes = 1 + random() % 3; changes > 0; --changes)
+            bytes[content_at + random() % (bytes.size() - content_at)] =
+                static_cast<char>(random() % 3 == 0 ? 0xFF : random() % 80);
+        seal(bytes);
+        write_file(path(), bytes);
+        const std::string told = refusal([&] {
+            const StoredSites sites = read_sites(path());
+            EXPECT_LE(sites.sites.size(), 3U);
+        });
+        refused += told.empty() ? 0 : 1;
+        read += told.empty() ? 1 : 0;
+    }
+    EXPECT_GT(refused, 50);
+    EXPECT_GT(read, 50);
+}
+
+TEST_F(SiteTables, ForgedWithNamesThatEndBehindTheirTextAreRefused)
+{
+    make();
+    const std::string whole = content_of(path());
+    const size_t at = whole.find("11 main->index");
+    ASSERT_NE(std::string::npos, at);
+    for (const char *length : {"91", "9 ", "x1", "  ", "12", "10"}) {
+        std::string bytes = whole;
+        bytes.replace(at, 2, length);
+        seal(bytes);
+        write_file(path(), bytes);
+        EXPECT_EQ(path().string() + ": is damaged", refusal([&] { read_sites(path()); })) << length;
+    }
 }
 
 } // namespace
