@@ -297,6 +297,18 @@ TEST_F(SitesCommand, SaysThatTheHostHasEnded)
     EXPECT_EQ("inlinectl: the host has ended\n", outcome.err);
 }
 
+TEST_F(SitesCommand, FollowsNoLongerThanSomebodyReads)
+{
+    RunningHost host;
+    ASSERT_EQ(0, set(std::string(asked) + " +p").exit_code);
+    const Outcome outcome =
+        run_program({.program = INLINECTL,
+                     .arguments = {"sites", "follow", "--state", card_directory},
+                     .out_file = "/dev/full"});
+    EXPECT_EQ(1, outcome.exit_code);
+    EXPECT_EQ("inlinectl: the report could not be written\n", outcome.err);
+}
+
 // ---- what cannot be done
 
 TEST_F(SitesCommand, NeedsAHostForWhatChanges)

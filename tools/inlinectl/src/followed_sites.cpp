@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <stdexcept>
 
 #include "trace_report.h"
 #include "vlc/site_messages.h"
@@ -37,7 +38,8 @@ void FollowedSites::take(std::string_view line)
         write_json(std::cout, {event});
     else
         write_text(std::cout, {event}, style_);
-    std::cout.flush();
+    if (!std::cout.flush())
+        throw std::runtime_error("the report could not be written");
 }
 
 } // namespace inlinectl

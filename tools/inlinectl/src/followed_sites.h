@@ -13,7 +13,9 @@ namespace inlinectl {
 class FollowedSites {
 public:
     FollowedSites(std::filesystem::path state_directory, vlc::SiteQuery query, bool json);
-    void take(std::string_view line); // of the host's console; StateError for another's words
+    // A line of the host's console. Throws StateError for another's words, and runtime_error when
+    // nobody reads what is shown.
+    void take(std::string_view line);
 
 private:
     const vlc::StoredSites *sites_of(const std::string &component, uint64_t check);

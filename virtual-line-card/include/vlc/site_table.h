@@ -46,7 +46,8 @@ StoredSites read_sites(const std::filesystem::path &path);
 // The table of a component that is registered. Flags and hits follow.
 class SiteTable {
 public:
-    // Makes the file; one that is there is replaced. Throws StateError.
+    // Makes the file, or takes the one that is there for the same sites; hits begin at zero. Throws
+    // StateError.
     SiteTable(const std::filesystem::path &path, const ed_component &component,
               std::span<const ed_debug_point *const> point_of_number);
     ~SiteTable();

@@ -127,22 +127,6 @@ Contents contents_of(const ed_component &component,
     return contents;
 }
 
-MappedFile made(const std::filesystem::path &path, const Contents &contents)
-{
-    const uint64_t sites_bytes = contents.sites.size() * sizeof(SiteRecord);
-    const uint64_t check = check_of(contents.component, contents.sites, contents.texts);
-    return MappedFile::create(
-        path, sites_kind, {contents.sites.size(), contents.texts.size(), check},
-        sites_begin + sites_bytes + contents.texts.size(), [&](std::byte *data) {
-            std::memcpy(data + MappedFile::header_bytes, &contents.component,
-                        sizeof contents.component);
-            std::copy(contents.sites.begin(), contents.sites.end(),
-                      object_at<SiteRecord>(data, sites_begin));
-            std::ranges::transform(contents.texts, data + sites_begin + sites_bytes,
-                                   [](char letter) { return static_cast<std::byte>(letter); });
-        });
-}
-
 // Reads a file that may hold anything: whatever it says is held against its bytes first.
 class TableReader {
 public:
@@ -239,6 +223,43 @@ void follow_word(Word &place, Word value) noexcept
     std::atomic_ref<Word>(place).store(value, std::memory_order_relaxed);
 }
 
+MappedFile made(const std::filesystem::path &path, const Contents &contents, uint64_t check)
+{
+    const uint64_t sites_bytes = contents.sites.size() * sizeof(SiteRecord);
+    return MappedFile::create(
+        path, sites_kind, {contents.sites.size(), contents.texts.size(), check},
+        sites_begin + sites_bytes + contents.texts.size(), [&](std::byte *data) {
+            std::memcpy(data + MappedFile::header_bytes, &contents.component,
+                        sizeof contents.component);
+            std::copy(contents.sites.begin(), contents.sites.end(),
+                      object_at<SiteRecord>(data, sites_begin));
+            std::ranges::transform(contents.texts, data + sites_begin + sites_bytes,
+                                   [](char letter) { return static_cast<std::byte>(letter); });
+        });
+}
+
+// A file that says the same of the same sites stays, for whoever looks at it or has it mapped; what
+// follows the sites begins anew.
+MappedFile opened_or_made(const std::filesystem::path &path, const Contents &contents)
+{
+    const uint64_t check = check_of(contents.component, contents.sites, contents.texts);
+    try {
+        MappedFile file = MappedFile::open(path, sites_kind, Access::read_write);
+        if (TableReader(file).read().check == check) {
+            SiteRecord *records = object_at<SiteRecord>(file.data(), sites_begin);
+            for (size_t number = 0; number < contents.sites.size(); ++number) {
+                follow_word(records[number].flags, contents.sites[number].flags);
+                follow_word(records[number].line_filter, contents.sites[number].line_filter);
+                follow_word(records[number].hits, uint64_t{0});
+            }
+            return file;
+        }
+    } catch (const StateError &) {
+        // One that is missing or damaged is made.
+    }
+    return made(path, contents, check);
+}
+
 } // namespace
 
 StoredSite site_of(const ed_debug_point &point)
@@ -289,7 +310,7 @@ struct SiteTable::Table {
 
 SiteTable::SiteTable(const std::filesystem::path &path, const ed_component &component,
                      std::span<const ed_debug_point *const> point_of_number)
-    : table_(std::make_unique<Table>(made(path, contents_of(component, point_of_number))))
+    : table_(std::make_unique<Table>(opened_or_made(path, contents_of(component, point_of_number))))
 {
 }
 

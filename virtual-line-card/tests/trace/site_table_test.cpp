@@ -121,6 +121,39 @@ TEST_F(SiteTables, OfOtherSitesHaveAnotherCheck)
     EXPECT_NE(check, make()->check());
 }
 
+TEST_F(SiteTables, OfTheSameSitesKeepTheirFileAndBeginAnew)
+{
+    std::unique_ptr<SiteTable> table = make();
+    table->hit(points[0]);
+    points[0].flags = ED_SLOW;
+    const std::filesystem::path linked = directory.file("linked");
+    std::filesystem::create_hard_link(path(), linked);
+    table = make();
+    table->hit(points[1]);
+    const StoredSites sites = read_sites(linked);
+    EXPECT_EQ(0U, sites.site(2)->hits);
+    EXPECT_EQ(ED_SLOW, sites.site(2)->flags);
+    EXPECT_EQ(1U, sites.site(0)->hits);
+}
+
+TEST_F(SiteTables, OfOtherSitesOrDamagedAreReplaced)
+{
+    make();
+    points[0].format = "another";
+    make();
+    EXPECT_EQ("another", read_sites(path()).site(2)->format);
+    for (const std::string &bytes : {std::string(), content_of(path()).substr(0, 4200)}) {
+        write_file(path(), bytes);
+        make();
+        EXPECT_EQ("another", read_sites(path()).site(2)->format);
+    }
+    std::string damaged = content_of(path());
+    damaged[damaged.find("another")] = 'X';
+    write_file(path(), damaged);
+    make();
+    EXPECT_EQ("another", read_sites(path()).site(2)->format);
+}
+
 TEST_F(SiteTables, ALastingByteThatIsDamagedRefusesTheWhole)
 {
     make();
