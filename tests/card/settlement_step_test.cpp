@@ -95,7 +95,11 @@ protected:
     void expect_that_a_copy_settles(uint64_t instruction)
     {
         fs::remove_all(copy_directory);
-        fs::copy(work_directory, copy_directory);
+        fs::create_directory(copy_directory);
+        for (const auto &entry : fs::directory_iterator(work_directory)) {
+            if (entry.is_regular_file()) // a host that runs has a socket there too
+                fs::copy(entry.path(), copy_directory);
+        }
         EXPECT_EQ(live([this] {
                       KillableHost host(two_nps, copy_directory);
                       expect_settled(host, work_);
