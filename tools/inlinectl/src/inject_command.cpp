@@ -184,7 +184,7 @@ Command inject_command()
 {
     const auto options = std::make_shared<InjectOptions>();
     return {.name = "inject",
-            .summary = "Send one packet through a host's library, and show its frame",
+            .summary = "Send one packet through a host's library",
             .words_hint = "say udp or ip",
             .declare = [options](CLI::App &app) { declare(app, *options); },
             .check = [options] { check(*options); },
