@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <span>
 #include <string_view>
 
 #include "inline_service_app.h"
@@ -281,16 +282,14 @@ StepResult ScenarioHost::send_packets()
     const vlc::AddedServiceTap tap([&sent](const vlc::ServiceCall &call) {
         if (std::string_view(call.service) != "spp_prep_bfd_pkt_and_xmt")
             return std::optional<uint64_t>();
-        std::vector<uint8_t> frame;
-        const auto *pieces = reinterpret_cast<const gather_piece *>(call.args[2]);
-        for (uint64_t i = 0; i < call.args[3]; ++i) {
-            const auto *bytes = static_cast<const uint8_t *>(pieces[i].data);
-            frame.insert(frame.end(), bytes, bytes + pieces[i].length);
-        }
-        sent.words.insert(sent.words.end(),
-                          {static_cast<uint32_t>(call.args[1]), static_cast<uint32_t>(frame.size()),
-                           uint32_t{frame[16]} << 8 | frame[17],
-                           uint32_t{frame[16 + 42]} << 8 | frame[16 + 41]});
+        const std::span pieces(reinterpret_cast<const gather_piece *>(call.args[2]), call.args[3]);
+        uint32_t length = 0;
+        for (const gather_piece &piece : pieces)
+            length += static_cast<uint32_t>(piece.length);
+        const auto *header = static_cast<const uint8_t *>(pieces[1].data); // the NP's
+        sent.words.insert(sent.words.end(), {static_cast<uint32_t>(call.args[1]), length,
+                                             uint32_t{header[0]} << 8 | header[1],
+                                             uint32_t{header[42]} << 8 | header[41]});
         return std::optional<uint64_t>();
     });
     const std::vector<uint8_t> bytes(100, 0x55);
