@@ -149,7 +149,7 @@ const std::set<std::string> standard_headers = {
     "type_traits", "utility", "stdbool.h", "stddef.h", "stdint.h", "stdio.h", "stdlib.h",
     "string.h", "time.h",
     // of POSIX
-    "fcntl.h", "sys/stat.h", "sys/types.h", "sys/uio.h", "unistd.h",
+    "fcntl.h", "pthread.h", "sys/stat.h", "sys/types.h", "sys/uio.h", "unistd.h",
     // of the machine
     "immintrin.h"};
 

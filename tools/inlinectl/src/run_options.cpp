@@ -64,8 +64,7 @@ void declare_run_options(CLI::App &run, RunOptions &options)
         ->type_name("FILE");
     run.add_option("--fault", options.fault_file, "What goes wrong meanwhile: a fault plan (TOML)")
         ->type_name("FILE");
-    run.add_option("--repeat", options.times,
-                   "Replay the captures so many times; 0: until Ctrl-C, and it ends well")
+    run.add_option("--repeat", options.times, "Replay the captures so often; 0: until Ctrl-C")
         ->type_name("N");
     run.add_option("--pace", options.packets_per_second, "Packets a second at most")
         ->type_name("N")
