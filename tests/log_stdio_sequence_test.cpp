@@ -135,6 +135,14 @@ public:
             move_clock();
     }
 
+    // One message of this source, which takes a microsecond.
+    void say(LogSpeakers::Source source)
+    {
+        stdio.message(source, source == LogSpeakers::stat ? speakers.speak_at_length(900)
+                                                          : speakers.speak(source));
+        vlc::CardClock::advance(std::chrono::microseconds(1));
+    }
+
     // Also backwards, as when a clock is set.
     void move_clock()
     {
@@ -288,6 +296,48 @@ TEST_P(LogAsStdio, AFileThatIsNearTheLimitAlreadyIsTruncatedByTheSameMessage)
     }
     EXPECT_GE(counts.all_truncations(), 15u);
     EXPECT_GE(counts.truncating_sources(), 5u);
+}
+
+// Nothing tells that the file is longer: without being asked for, the position would be known only
+// 0.6 ms later.
+TEST(LogPosition, OfTheFirstLinesIsExactWhateverBecameOfTheFileMeanwhile)
+{
+    LogSpeakers speakers;
+    vlc::CardClock::set_mode(vlc::ClockMode::real);
+    speakers.speak(LogSpeakers::stat);
+    ASSERT_EQ(truncate(test::log_path, 10000001), 0);
+    speakers.speak(LogSpeakers::stat); // stands behind the limit from here on
+    const int64_t past_the_limit = size_of(test::log_path);
+    const std::string line = speakers.speak(LogSpeakers::stat);
+    EXPECT_GT(past_the_limit, 10000001);
+    EXPECT_EQ(size_of(test::log_path),
+              static_cast<int64_t>(LogSpeakers::stamp_length + line.size() + 1));
+}
+
+// A stream that truncated the file once goes on at its own place after another has truncated it:
+// the file is long again at once, and a third one stands behind the limit.
+TEST(LogPosition, IsPastTheLimitBehindAHoleThatAnotherStreamMade)
+{
+    counts = {};
+    Pair pair(1);
+    for (int i = 0; i < 300; ++i)
+        pair.say(LogSpeakers::prm); // more than the lines of an opening that are always exact
+    while (counts.truncations.at(LogSpeakers::stat) == 0)
+        pair.say(LogSpeakers::stat);
+    while (size_of(pair.stdio.path()) <= 9999300)
+        pair.say(LogSpeakers::stat);
+    while (counts.truncations.at(LogSpeakers::context) == 0)
+        pair.say(LogSpeakers::context);
+    for (int i = 0; i < 3; ++i)
+        pair.say(LogSpeakers::prm);
+    pair.say(LogSpeakers::stat);
+    ASSERT_GT(size_of(pair.stdio.path()), 9999300) << "there is no hole";
+    for (int i = 0; i < 20; ++i) {
+        pair.say(LogSpeakers::prm);
+        ASSERT_NO_FATAL_FAILURE(pair.expect_same_sizes());
+    }
+    EXPECT_EQ(counts.truncations.at(LogSpeakers::prm), 1u);
+    pair.expect_same_bytes();
 }
 
 TEST_P(LogAsStdio, AtWorkAllStreamsLeaveTheSameBytesThroughSeveralTruncations)
