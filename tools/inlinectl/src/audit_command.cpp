@@ -107,11 +107,7 @@ int perform_audit(const AuditOptions &options)
         write_json(std::cout, outcome);
     else
         write_text(std::cout, outcome, standard_output_style());
-    if (!standard_output_arrived()) {
-        std::fprintf(stderr, "inlinectl: the report could not be written\n");
-        return exit_failed;
-    }
-    return outcome.report.clean() ? exit_fine : exit_failed;
+    return exit_code_of_report(outcome.report.clean() ? exit_fine : exit_failed);
 }
 
 int audit(const AuditOptions &options)

@@ -205,10 +205,7 @@ int perform(const ShowOptions &options)
 {
     try {
         const int outcome = options.show(options);
-        if (standard_output_arrived())
-            return outcome;
-        std::fprintf(stderr, "inlinectl: the report could not be written\n");
-        return exit_failed;
+        return exit_code_of_report(outcome);
     } catch (const vlc::StateError &unreadable) {
         throw UsageError(unreadable.what());
     } catch (const services::ServiceError &damaged) {

@@ -161,10 +161,7 @@ int perform(const SitesOptions &options)
 {
     try {
         const int outcome = (options.act ? options.act : list_sites)(options);
-        if (standard_output_arrived())
-            return outcome;
-        std::fprintf(stderr, "inlinectl: the report could not be written\n");
-        return exit_failed;
+        return exit_code_of_report(outcome);
     } catch (const vlc::StateError &unreadable) {
         throw UsageError(unreadable.what());
     }

@@ -1,10 +1,13 @@
 #include "standard_streams.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 
 #include <fcntl.h>
 #include <unistd.h>
+
+#include "exit_code.h"
 
 namespace inlinectl {
 
@@ -23,6 +26,14 @@ bool standard_output_arrived()
 {
     std::cout.flush();
     return std::cout.good();
+}
+
+int exit_code_of_report(int outcome)
+{
+    if (standard_output_arrived())
+        return outcome;
+    std::fprintf(stderr, "inlinectl: the report could not be written\n");
+    return exit_failed;
 }
 
 } // namespace inlinectl

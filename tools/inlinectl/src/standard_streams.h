@@ -10,4 +10,8 @@ void hold_standard_descriptors();
 // Whether everything that was written to standard output has arrived.
 bool standard_output_arrived();
 
+// The exit code of a command that has written its report: `outcome`, or, said on standard error,
+// that of a failure when not all of the report arrived.
+int exit_code_of_report(int outcome);
+
 } // namespace inlinectl

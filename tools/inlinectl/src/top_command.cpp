@@ -58,10 +58,7 @@ int write_once(const TopOptions &options)
     const TopView view{.width = 80, .height = entries_shown, .keys = false};
     for (const TopLine &line : lines_of(frame, view))
         std::cout << line.text << "\n";
-    if (standard_output_arrived())
-        return exit_fine;
-    std::fprintf(stderr, "inlinectl: the report could not be written\n");
-    return exit_failed;
+    return exit_code_of_report(exit_fine);
 }
 
 // Draws a frame until it is time for the next one. Returns whether there is to be one.

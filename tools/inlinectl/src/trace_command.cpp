@@ -106,10 +106,7 @@ int perform(const TraceOptions &options)
         write(options, trace);
         for (const std::string &note : trace.notes)
             std::fprintf(stderr, "inlinectl: %s\n", note.c_str());
-        if (standard_output_arrived())
-            return trace.is_damaged ? exit_failed : exit_fine;
-        std::fprintf(stderr, "inlinectl: the report could not be written\n");
-        return exit_failed;
+        return exit_code_of_report(trace.is_damaged ? exit_failed : exit_fine);
     } catch (const vlc::StateError &unreadable) {
         throw UsageError(unreadable.what());
     }

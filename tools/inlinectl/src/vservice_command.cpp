@@ -195,11 +195,7 @@ int perform(const VserviceOptions &options)
             write_json(std::cout, report);
         else
             write_text(std::cout, report, standard_output_style());
-        if (!standard_output_arrived()) {
-            std::fprintf(stderr, "inlinectl: the report could not be written\n");
-            return exit_failed;
-        }
-        return report.went_well() ? exit_fine : exit_failed;
+        return exit_code_of_report(report.went_well() ? exit_fine : exit_failed);
     } catch (const vlc::CardGone &gone) {
         throw std::runtime_error(gone.what());
     } catch (const vlc::StateError &unreadable) {
