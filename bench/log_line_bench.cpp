@@ -1,15 +1,11 @@
 // One line of the log against the write of its bytes, against the plain stdio sequence, and against
 // loggers that leave each line in the file before they return.
-//
-// The log's path is fixed, so the program gives itself a /tmp that is the directory under test, in
-// a mount namespace of its own: one run measures one file system.
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -17,8 +13,6 @@
 #include <vector>
 
 #include <fcntl.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <unistd.h>
 
 #include <benchmark/benchmark.h>
@@ -27,6 +21,7 @@
 #include <spdlog/spdlog.h>
 
 #include "inline_service_log.h"
+#include "own_tmp.h"
 #include "paired.h"
 #include "usual_lines.h"
 
@@ -47,22 +42,7 @@ void _ltrace(void *, uint64_t, ...) {}
 
 namespace {
 
-// What the lines say; volatile, so that no compiler knows it.
-volatile int np = 3;
-volatile int index = 257;
-volatile int nodes = 12;
-volatile int counters = 65536;
-volatile uint32_t flags = 0x41;
-volatile uint32_t refnum = 0x10007;
-volatile int key_size = 12;
-volatile int result_size = 32;
-volatile int status = 22;
-volatile uint32_t counter = 0xC00412;
-volatile uint32_t word = 0x20;
-volatile uint64_t address = 0x7ea000012ab0;
-const char *volatile error = "PRM: table is full";
-const char *volatile table = "service config";
-const char *volatile operation = "add";
+using namespace bench::usual;
 
 constexpr int64_t size_limit = 10000000;
 
@@ -273,28 +253,6 @@ void add_rows(const std::string &file_system, const Goals &write, const ReadyLin
              [] { setenv("TZ", "UTC", 1); });
 }
 
-void write_line(const char *file, const std::string &line)
-{
-    std::ofstream(file) << line;
-}
-
-// The directory becomes /tmp, for this process alone.
-void enter(const std::string &directory)
-{
-    const std::string user = "0 " + std::to_string(geteuid()) + " 1";
-    const std::string group = "0 " + std::to_string(getegid()) + " 1";
-    if (unshare(CLONE_NEWNS) != 0) {
-        if (unshare(CLONE_NEWUSER | CLONE_NEWNS) != 0)
-            throw std::runtime_error("a mount namespace is not permitted here");
-        write_line("/proc/self/setgroups", "deny");
-        write_line("/proc/self/uid_map", user);
-        write_line("/proc/self/gid_map", group);
-    }
-    if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
-        mount(directory.c_str(), "/tmp", nullptr, MS_BIND, nullptr) != 0)
-        throw std::runtime_error(directory + " cannot be made /tmp");
-}
-
 } // namespace
 
 // log_line_bench DIRECTORY ext4|tmpfs [options of the benchmarks]
@@ -304,7 +262,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: log_line_bench DIRECTORY FILE-SYSTEM [--benchmark_...]\n");
         return 2;
     }
-    enter(argv[1]);
+    bench::enter_own_tmp(argv[1]);
     const std::string file_system = argv[2];
     const ReadyLines ready("/tmp/ready_lines");
     begin_spd();

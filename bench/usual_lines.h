@@ -1,6 +1,29 @@
-// Twenty lines as the library writes them, as printf and as fmt have them. X(index, printf's,
-// fmt's, arguments...)
+// Twenty lines as the library writes them, as printf and as fmt have them. X(printf's, fmt's,
+// arguments...)
 #pragma once
+
+#include <cstdint>
+
+namespace bench::usual {
+
+// What the lines say; volatile, so that no compiler knows it.
+inline volatile int np = 3;
+inline volatile int uidb_index = 257;
+inline volatile int nodes = 12;
+inline volatile int counters = 65536;
+inline volatile uint32_t flags = 0x41;
+inline volatile uint32_t refnum = 0x10007;
+inline volatile int key_size = 12;
+inline volatile int result_size = 32;
+inline volatile int status = 22;
+inline volatile uint32_t counter = 0xC00412;
+inline volatile uint32_t word = 0x20;
+inline volatile uint64_t address = 0x7ea000012ab0;
+inline const char *volatile error = "PRM: table is full";
+inline const char *volatile table = "service config";
+inline const char *volatile operation = "add";
+
+} // namespace bench::usual
 
 #define USUAL_LINES(X)                                                                             \
     X("PRM async call failed(v4): np %d flags 0x%x refnum 0x%x key_size %d res_size %d Err:%s",    \
@@ -11,13 +34,13 @@
       "Async Error on Service CONF: rc={} (0x{:x}) on {} {} route NP{}", error, status, table,     \
       operation, np)                                                                               \
     X("Total node in shmem node %d is 0 so freeing thefreeing the shared memory",                  \
-      "Total node in shmem node {} is 0 so freeing thefreeing the shared memory", index)           \
+      "Total node in shmem node {} is 0 so freeing thefreeing the shared memory", uidb_index)      \
     X("Total counters available for inline service on this LC%d",                                  \
       "Total counters available for inline service on this LC{}", counters)                        \
     X(" app wants to delet the index %d num_node %d",                                              \
-      " app wants to delet the index {} num_node {}", index, nodes)                                \
+      " app wants to delet the index {} num_node {}", uidb_index, nodes)                           \
     X(" Query Main entry found for uidb_index %d", " Query Main entry found for uidb_index {}",    \
-      index)                                                                                       \
+      uidb_index)                                                                                  \
     X("prm_update: dbp 0x%lx act %d startnp %d endnp %d",                                          \
       "prm_update: dbp 0x{:x} act {} startnp {} endnp {}", address, nodes, np, np)                 \
     X("SVC CONF ADD stat RX index %x", "SVC CONF ADD stat RX index {:x}", counter)                 \
