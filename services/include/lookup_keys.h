@@ -39,18 +39,38 @@ constexpr uint8_t byte_of(uint32_t number, int place)
     return static_cast<uint8_t>(number >> (8 * place));
 }
 
+// A key as the word that its bytes make in memory, zeros behind them: what a packet is looked up
+// by.
+constexpr uint64_t destination_word(uint8_t protocol, uint32_t address, uint16_t port)
+{
+    return uint64_t{destination_kind} | uint64_t{protocol} << 8 |
+           uint64_t{__builtin_bswap32(address)} << 16 | uint64_t{__builtin_bswap16(port)} << 48;
+}
+
+constexpr uint64_t address_word(uint32_t address)
+{
+    return uint64_t{address_kind} | uint64_t{__builtin_bswap32(address)} << 8;
+}
+
+template <typename Key>
+constexpr Key key_of_word(uint64_t word)
+{
+    Key key{};
+    for (uint8_t &byte : key) {
+        byte = static_cast<uint8_t>(word);
+        word >>= 8;
+    }
+    return key;
+}
+
 constexpr DestinationKey destination_key(uint8_t protocol, uint32_t address, uint16_t port)
 {
-    return {destination_kind,    protocol,
-            byte_of(address, 3), byte_of(address, 2),
-            byte_of(address, 1), byte_of(address, 0),
-            byte_of(port, 1),    byte_of(port, 0)};
+    return key_of_word<DestinationKey>(destination_word(protocol, address, port));
 }
 
 constexpr AddressKey address_key(uint32_t address)
 {
-    return {address_kind, byte_of(address, 3), byte_of(address, 2), byte_of(address, 1),
-            byte_of(address, 0)};
+    return key_of_word<AddressKey>(address_word(address));
 }
 
 // Virtual services own the keys of application type 4.

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -47,25 +48,36 @@ public:
     void on_flow_miss(FlowMissHandler handler) { flow_miss_ = std::move(handler); } // nor this
     // What process() would say of the packet; nothing when it would not.
     std::optional<FlowMiss> flow_miss(const CapturedPacket &packet) const noexcept;
-    void start_over(); // the totals
-    const DataPlaneTotals &totals() const { return totals_; }
-    uint32_t np_of(const FiveTuple &tuple) const noexcept; // a hash of the 5-tuple
+    void start_over();                                    // the totals
+    DataPlaneTotals totals() const;                       // since the last start
+    uint32_t np_of(const FiveTuple &tuple) const noexcept // a hash of the 5-tuple
+    {
+        const uint64_t addresses = uint64_t{tuple.source} << 32 | tuple.destination;
+        const uint64_t rest = uint64_t{tuple.protocol} << 32 | uint64_t{tuple.source_port} << 16 |
+                              tuple.destination_port;
+        const uint64_t hash = mix(addresses ^ std::rotl(rest * 0x9e3779b97f4a7c15u, 32));
+        // The upper half, scaled to the number of NPs: no division on the way of a packet.
+        return static_cast<uint32_t>((hash >> 32) * before_.size() >> 32);
+    }
 
 private:
-    class Counting;
+    static uint64_t mix(uint64_t word) noexcept
+    {
+        word = (word ^ word >> 32) * 0xd6e8feb86659fd93u;
+        return (word ^ word >> 32) * 0xd6e8feb86659fd93u;
+    }
     enum class FlowFate { missed, goes_on, dropped };
-    FlowFate meet_flow(Np &np, Counting &count, const CapturedPacket &packet,
-                       const FlowMiss &seen) noexcept;
+    FlowFate meet_flow(Np &np, const CapturedPacket &packet, const FlowMiss &seen) noexcept;
     enum class Fate { goes_on, encapsulated };
-    Fate meet_service(Np &np, Counting &count, const CapturedPacket &packet,
-                      const ParsedPacket &parsed) noexcept;
-    bool look_up(Np &np, Counting &count, TableKind kind, Bytes key, uint32_t wire_length) noexcept;
+    Fate meet_service(Np &np, const CapturedPacket &packet, const ParsedPacket &parsed) noexcept;
+    void count_on(Np &np, TableKind kind, const TableRow &row, uint32_t wire_length) noexcept;
 
     NpStore &nps_;
     CardConfig config_;
     InterfaceMap interfaces_{config_};
-    bool unswapped_; // how this card type reads a counter's number in a result
-    DataPlaneTotals totals_;
+    bool unswapped_;               // how this card type reads a counter's number in a result
+    DataPlaneTotals own_;          // what no NP counts: all packets, and the unreadable ones
+    std::vector<NpTotals> before_; // of the NPs, at the start
     Output output_;
     FlowMissHandler flow_miss_;
 };

@@ -19,6 +19,7 @@ public:
     // The configuration must outlive the map.
     explicit InterfaceMap(const CardConfig &config);
 
+    bool empty() const noexcept { return kinds_.empty(); } // no row takes traffic
     // Null for a packet that enters on no interface of the card file.
     const InterfaceConfig *find(const CapturedPacket &packet,
                                 const ParsedPacket &parsed) const noexcept;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "vlc/count_cell.h"
 #include "vlc/table_kind.h"
@@ -25,6 +26,22 @@ struct NpTotals {
     uint64_t policed_bytes = 0;
 
     bool operator==(const NpTotals &) const = default;
+    void add(const NpTotals &more) noexcept { change(*this, more, std::plus()); }
+    void subtract(const NpTotals &less) noexcept { change(*this, less, std::minus()); }
+
+private:
+    template <typename Change>
+    static void change(NpTotals &totals, const NpTotals &by, Change changed) noexcept
+    {
+        for (uint64_t NpTotals::*word :
+             {&NpTotals::packets, &NpTotals::bytes, &NpTotals::uncounted_hits,
+              &NpTotals::missed_packets, &NpTotals::missed_bytes, &NpTotals::encapsulated_packets,
+              &NpTotals::encapsulated_bytes, &NpTotals::too_long_packets,
+              &NpTotals::policed_packets, &NpTotals::policed_bytes})
+            totals.*word = changed(totals.*word, by.*word);
+        for (uint32_t kind = 0; kind < table_kinds; ++kind)
+            totals.hits[kind] = changed(totals.hits[kind], by.hits[kind]);
+    }
 };
 
 // The same in the NP's file, from the making of the file on: neither restarts nor cleared tables

@@ -2,7 +2,6 @@
 #include "vlc/data_plane.h"
 
 #include <algorithm>
-#include <bit>
 
 #include "encapsulation_layout.h"
 #include "flow_layout.h"
@@ -16,12 +15,6 @@ constexpr uint32_t unswapped_card_types[] = {
 #include "card_types.def"
 #undef CARD_TYPE_COUNTER_UNSWAPPED
 };
-
-uint64_t mix(uint64_t word)
-{
-    word = (word ^ word >> 32) * 0xd6e8feb86659fd93u;
-    return (word ^ word >> 32) * 0xd6e8feb86659fd93u;
-}
 
 static_assert(InterfaceConfig::first_vservice_key == lookup_keys::first_vservice_key);
 
@@ -82,62 +75,32 @@ uint32_t counter_in_result(Bytes result, bool unswapped) noexcept
     return unswapped ? first << 8 | second << 16 | third << 24 : first << 16 | second << 8 | third;
 }
 
-// Where a packet is counted: for this process, and in the NP's file for whoever comes later.
-class DataPlane::Counting {
-public:
-    Counting(NpTotals &here, KeptNpTotals &kept) : here_(here), kept_(kept) {}
-
-    void take(uint32_t bytes) noexcept { count(here_.packets, here_.bytes, kept_.taken, bytes); }
-    void hit(TableKind kind, uint32_t bytes) noexcept
-    {
-        ++here_.hits[static_cast<size_t>(kind)];
-        kept_.hits[static_cast<size_t>(kind)].add(bytes);
-    }
-    void uncounted_hit(uint32_t bytes) noexcept
-    {
-        ++here_.uncounted_hits;
-        kept_.uncounted_hits.add(bytes);
-    }
-    void miss(uint32_t bytes) noexcept
-    {
-        count(here_.missed_packets, here_.missed_bytes, kept_.missed, bytes);
-    }
-    void encapsulate(uint32_t bytes) noexcept
-    {
-        count(here_.encapsulated_packets, here_.encapsulated_bytes, kept_.encapsulated, bytes);
-    }
-    void too_long(uint32_t bytes) noexcept
-    {
-        ++here_.too_long_packets;
-        kept_.too_long.add(bytes);
-    }
-    void police(uint32_t bytes) noexcept
-    {
-        count(here_.policed_packets, here_.policed_bytes, kept_.policed, bytes);
-    }
-
-private:
-    static void count(uint64_t &packets, uint64_t &sum, CountCell &kept, uint32_t bytes) noexcept
-    {
-        ++packets;
-        sum += bytes;
-        kept.add(bytes);
-    }
-
-    NpTotals &here_;
-    KeptNpTotals &kept_;
-};
-
 DataPlane::DataPlane(NpStore &nps, const CardConfig &config)
     : nps_(nps), config_(config), unswapped_(takes_counters_unswapped(config.card_type))
 {
-    totals_.nps.resize(nps.size());
+    start_over();
 }
 
 void DataPlane::start_over()
 {
-    totals_ = {};
-    totals_.nps.resize(nps_.size());
+    own_ = {};
+    before_.clear();
+    for (uint32_t np = 0; np < nps_.size(); ++np)
+        before_.push_back(nps_[np].totals().read());
+}
+
+// A packet is counted once, in the files; what this run saw is what they have gained.
+DataPlaneTotals DataPlane::totals() const
+{
+    DataPlaneTotals totals = own_;
+    for (uint32_t np = 0; np < nps_.size(); ++np) {
+        NpTotals gained = nps_[np].totals().read();
+        gained.subtract(before_[np]);
+        totals.missed_packets += gained.missed_packets;
+        totals.missed_bytes += gained.missed_bytes;
+        totals.nps.push_back(gained);
+    }
+    return totals;
 }
 
 void DataPlaneTotals::add(const DataPlaneTotals &more)
@@ -149,40 +112,15 @@ void DataPlaneTotals::add(const DataPlaneTotals &more)
     for (size_t reason = 0; reason < unreadable.size(); ++reason)
         unreadable[reason] += more.unreadable[reason];
     nps.resize(std::max(nps.size(), more.nps.size()));
-    for (size_t np = 0; np < more.nps.size(); ++np) {
-        nps[np].packets += more.nps[np].packets;
-        nps[np].bytes += more.nps[np].bytes;
-        for (size_t kind = 0; kind < table_kinds; ++kind)
-            nps[np].hits[kind] += more.nps[np].hits[kind];
-        nps[np].uncounted_hits += more.nps[np].uncounted_hits;
-        nps[np].missed_packets += more.nps[np].missed_packets;
-        nps[np].missed_bytes += more.nps[np].missed_bytes;
-        nps[np].encapsulated_packets += more.nps[np].encapsulated_packets;
-        nps[np].encapsulated_bytes += more.nps[np].encapsulated_bytes;
-        nps[np].too_long_packets += more.nps[np].too_long_packets;
-        nps[np].policed_packets += more.nps[np].policed_packets;
-        nps[np].policed_bytes += more.nps[np].policed_bytes;
-    }
-}
-
-uint32_t DataPlane::np_of(const FiveTuple &tuple) const noexcept
-{
-    const uint64_t addresses = uint64_t{tuple.source} << 32 | tuple.destination;
-    const uint64_t rest =
-        uint64_t{tuple.protocol} << 32 | uint64_t{tuple.source_port} << 16 | tuple.destination_port;
-    const uint64_t hash = mix(addresses ^ std::rotl(rest * 0x9e3779b97f4a7c15u, 32));
-    // The upper half, scaled to the number of NPs: no division on the way of a packet.
-    return static_cast<uint32_t>((hash >> 32) * totals_.nps.size() >> 32);
+    for (size_t np = 0; np < more.nps.size(); ++np)
+        nps[np].add(more.nps[np]);
 }
 
 // A packet meets the flow of its 5-tuple, which is programmed on the way when somebody wants to.
-DataPlane::FlowFate DataPlane::meet_flow(Np &np, Counting &count, const CapturedPacket &packet,
+DataPlane::FlowFate DataPlane::meet_flow(Np &np, const CapturedPacket &packet,
                                          const FlowMiss &seen) noexcept
 {
     NpTable &table = np.table(TableKind::flow);
-    if (table.size() == 0 && !flow_miss_) {
-        return FlowFate::missed;
-    }
     const flow_layout::Key key = flow_key(seen.tuple);
     const TableRow *row = table.find(key);
     if (row == nullptr && flow_miss_) {
@@ -192,7 +130,7 @@ DataPlane::FlowFate DataPlane::meet_flow(Np &np, Counting &count, const Captured
     if (row == nullptr) {
         return FlowFate::missed;
     }
-    count.hit(TableKind::flow, packet.wire_length);
+    np.totals().hits[static_cast<size_t>(TableKind::flow)].add(packet.wire_length);
     table.count_hit(*row, packet.wire_length);
     FlowCell &cell = table.flow_cell(*row);
     FlowCell::State state = cell.read();
@@ -210,7 +148,7 @@ DataPlane::FlowFate DataPlane::meet_flow(Np &np, Counting &count, const Captured
         }
     }
     if (!conforms) {
-        count.police(packet.wire_length);
+        np.totals().policed.add(packet.wire_length);
     }
     return conforms ? FlowFate::goes_on : FlowFate::dropped;
 }
@@ -229,7 +167,7 @@ std::optional<FlowMiss> DataPlane::flow_miss(const CapturedPacket &packet) const
 }
 
 // A packet meets the entry of the interface that it enters on.
-DataPlane::Fate DataPlane::meet_service(Np &np, Counting &count, const CapturedPacket &packet,
+DataPlane::Fate DataPlane::meet_service(Np &np, const CapturedPacket &packet,
                                         const ParsedPacket &parsed) noexcept
 {
     const InterfaceConfig *interface = interfaces_.find(packet, parsed);
@@ -247,11 +185,11 @@ DataPlane::Fate DataPlane::meet_service(Np &np, Counting &count, const CapturedP
     }
     const uint32_t length = encapsulated_length(parsed);
     if (length == 0) {
-        count.too_long(packet.wire_length);
+        np.totals().too_long.add(packet.wire_length);
         return Fate::encapsulated;
     }
     table.count_hit(*row, length);
-    count.encapsulate(length);
+    np.totals().encapsulated.add(length);
     if (output_) {
         output_(encapsulate(parsed, packet.nanoseconds,
                             {.source = wanted->source,
@@ -262,58 +200,62 @@ DataPlane::Fate DataPlane::meet_service(Np &np, Counting &count, const CapturedP
     return Fate::encapsulated;
 }
 
-// Whether the table has the key. A row that counts is counted on.
-bool DataPlane::look_up(Np &np, Counting &count, TableKind kind, Bytes key,
-                        uint32_t wire_length) noexcept
+// A row that was hit. One that counts is counted on.
+[[gnu::always_inline]] inline void DataPlane::count_on(Np &np, TableKind kind, const TableRow &row,
+                                                       uint32_t wire_length) noexcept
 {
-    const TableRow *row = np.table(kind).find(key);
-    if (row == nullptr) {
-        return false;
-    }
-    count.hit(kind, wire_length);
-    np.table(kind).count_hit(*row, wire_length);
-    const Bytes result = row->result_span();
+    np.totals().hits[static_cast<size_t>(kind)].add(wire_length);
+    np.table(kind).count_hit(row, wire_length);
+    const Bytes result = row.result_span();
     const bool counts = !result.empty() && result[action_place] == lookup_keys::count_action;
     const int64_t place = counts ? CounterBank::place(counter_in_result(result, unswapped_)) : -1;
     if (place < 0) {
-        count.uncounted_hit(wire_length);
+        np.totals().uncounted_hits.add(wire_length);
     } else {
         np.counters().add(static_cast<uint32_t>(place), wire_length);
     }
-    return true;
 }
 
 void DataPlane::process(const CapturedPacket &packet) noexcept
 {
-    ++totals_.packets;
-    totals_.bytes += packet.wire_length;
+    ++own_.packets;
+    own_.bytes += packet.wire_length;
     const ParsedPacket parsed = parse_packet(packet);
     if (parsed.unreadable != Unreadable::none) {
-        ++totals_.unreadable[static_cast<size_t>(parsed.unreadable)];
+        ++own_.unreadable[static_cast<size_t>(parsed.unreadable)];
         return;
     }
     const FiveTuple &tuple = parsed.tuple;
     const uint32_t np_number = np_of(tuple);
     Np &np = nps_[np_number];
-    Counting count(totals_.nps[np_number], np.totals());
-    count.take(packet.wire_length);
+    np.totals().taken.add(packet.wire_length);
 
-    const FlowFate flow =
-        meet_flow(np, count, packet, {tuple, np_number, packet.wire_length, packet.nanoseconds});
-    if (flow == FlowFate::dropped ||
-        meet_service(np, count, packet, parsed) == Fate::encapsulated) {
+    // What the card has no use of costs a packet no more than these looks.
+    FlowFate flow = FlowFate::missed;
+    if (np.table(TableKind::flow).size() != 0 || flow_miss_) {
+        flow = meet_flow(np, packet, {tuple, np_number, packet.wire_length, packet.nanoseconds});
+    }
+    if (flow == FlowFate::dropped) {
         return;
     }
-    const auto destination =
-        lookup_keys::destination_key(tuple.protocol, tuple.destination, tuple.destination_port);
-    const auto address = lookup_keys::address_key(tuple.destination);
-    const bool hit_destination =
-        look_up(np, count, TableKind::service_config, destination, packet.wire_length);
-    const bool hit_address = look_up(np, count, TableKind::ext_conf, address, packet.wire_length);
-    if (!hit_destination && !hit_address && flow == FlowFate::missed) {
-        count.miss(packet.wire_length);
-        ++totals_.missed_packets;
-        totals_.missed_bytes += packet.wire_length;
+    if (!interfaces_.empty() && meet_service(np, packet, parsed) == Fate::encapsulated) {
+        return;
+    }
+    const TableRow *destination =
+        np.table(TableKind::service_config)
+            .find_word<lookup_keys::DestinationKey{}.size()>(lookup_keys::destination_word(
+                tuple.protocol, tuple.destination, tuple.destination_port));
+    const TableRow *address = np.table(TableKind::ext_conf)
+                                  .find_word<lookup_keys::AddressKey{}.size()>(
+                                      lookup_keys::address_word(tuple.destination));
+    if (destination != nullptr) {
+        count_on(np, TableKind::service_config, *destination, packet.wire_length);
+    }
+    if (address != nullptr) {
+        count_on(np, TableKind::ext_conf, *address, packet.wire_length);
+    }
+    if (destination == nullptr && address == nullptr && flow == FlowFate::missed) {
+        np.totals().missed.add(packet.wire_length);
     }
 }
 

@@ -2,20 +2,6 @@
 
 namespace vlc {
 
-int64_t CounterBank::place(uint32_t number) noexcept
-{
-    if (number >> 24 != 0) {
-        return -1;
-    }
-    const uint32_t exchanged = (number & 0xFF) << 16 | (number & 0xFF00) | number >> 16;
-    for (const uint32_t reading : {number, exchanged}) {
-        if (reading >= first && reading - first < count) {
-            return reading - first;
-        }
-    }
-    return -1;
-}
-
 std::vector<PacketCount> CounterBank::read_all() const
 {
     std::vector<PacketCount> counts;

@@ -2,40 +2,15 @@
 #include <bit>
 #include <cstring>
 
-#include "key_hash.h"
 #include "object_at.h"
 #include "publish.h"
-#include "vlc/np_store.h"
+#include "vlc/np_table.h"
 
 namespace vlc {
 
 namespace {
 
-// An entry of the index: the number of the row plus 1 in the low 21 bits, and the upper 11 bits of
-// its hash, so that the rows of other keys are hardly ever looked at.
-constexpr uint32_t row_bits = 21;
-constexpr uint32_t row_mask = (uint32_t{1} << row_bits) - 1;
-constexpr uint32_t tag_mask = ~row_mask;
-constexpr uint32_t empty = 0;
-constexpr uint32_t removed = ~uint32_t{0}; // the row's number would be out of range
-static_assert(NpTable::largest_capacity + 1 < row_mask);
-
 constexpr uint64_t selector_bytes = 64; // a cache line of its own
-
-uint32_t entry_of(uint32_t row, uint32_t hash)
-{
-    return (hash & tag_mask) | (row + 1);
-}
-
-uint32_t row_of(uint32_t entry)
-{
-    return (entry & row_mask) - 1;
-}
-
-bool is_row(uint32_t entry)
-{
-    return entry != empty && entry != removed;
-}
 
 // At most half of the entries are rows, and at most three quarters are not empty.
 uint32_t index_size(uint32_t capacity)
@@ -48,9 +23,9 @@ uint32_t hash_of(Bytes key) noexcept
     return hash_of_key(key.data(), key.size());
 }
 
-bool holds(const TableRow &row, uint32_t hash, Bytes key) noexcept
+bool holds_key(const TableRow &row, Bytes key) noexcept
 {
-    return row.hash == hash && row.key_len == key.size() &&
+    return row.key_len == key.size() &&
            (key.empty() || std::memcmp(row.key, key.data(), key.size()) == 0);
 }
 
@@ -93,19 +68,7 @@ uint32_t *NpTable::index_array(uint32_t which) const
 
 const TableRow *NpTable::find(Bytes key) const noexcept
 {
-    const uint32_t hash = hash_of(key);
-    for (uint32_t slot = hash & index_mask_;; slot = (slot + 1) & index_mask_) {
-        const uint32_t entry = index_[slot];
-        if (entry == empty) {
-            return nullptr;
-        }
-        if ((entry & tag_mask) == (hash & tag_mask) && entry != removed) {
-            const TableRow &row = rows_[row_of(entry)];
-            if (holds(row, hash, key)) {
-                return &row;
-            }
-        }
-    }
+    return find_row(hash_of(key), [key](const TableRow &row) { return holds_key(row, key); });
 }
 
 NpTable::Probe NpTable::probe(Bytes key) const noexcept
@@ -119,9 +82,11 @@ NpTable::Probe NpTable::probe(Bytes key) const noexcept
         }
         if (entry == removed) {
             reusable = std::min(reusable, slot);
-        } else if ((entry & tag_mask) == (hash & tag_mask) &&
-                   holds(rows_[row_of(entry)], hash, key)) {
-            return {hash, true, slot};
+        } else if ((entry & tag_mask) == (hash & tag_mask)) {
+            const TableRow &row = rows_[row_of(entry)];
+            if (row.hash == hash && holds_key(row, key)) {
+                return {hash, true, slot};
+            }
         }
     }
 }
@@ -253,7 +218,15 @@ void NpTable::clear()
 
 void NpTable::for_each(const std::function<void(const TableRow &)> &visit) const
 {
+    // The rows stand in another order than the index, so each is fetched while others are visited.
+    constexpr size_t ahead = 8;
     for (size_t i = 0; i <= index_mask_; ++i) {
+        const uint32_t coming = index_[(i + ahead) & index_mask_];
+        if (is_row(coming)) {
+            const TableRow &row = rows_[row_of(coming)];
+            __builtin_prefetch(&row);
+            __builtin_prefetch(&row.result[row.result_bytes - 1]);
+        }
         if (is_row(index_[i])) {
             visit(rows_[row_of(index_[i])]);
         }

@@ -97,7 +97,7 @@ protected:
         return sum;
     }
 
-    const vlc::DataPlaneTotals &totals() const { return plane_->totals(); }
+    vlc::DataPlaneTotals totals() const { return plane_->totals(); }
 
     NpTotals sum_of_nps() const
     {

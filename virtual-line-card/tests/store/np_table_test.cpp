@@ -1,3 +1,4 @@
+#include <cstring>
 #include <map>
 #include <memory>
 #include <random>
@@ -48,6 +49,37 @@ TEST_F(NpTables, KeysOfEveryLengthAreKeptApart)
         const std::string zeros(length, '\0');
         EXPECT_EQ(text(table().find(bytes(zeros))->result_span()), std::to_string(length));
     }
+}
+
+TEST_F(NpTables, AWordFindsWhatItsBytesFind)
+{
+    const auto word_of = [](const std::string &key) {
+        uint64_t word = 0;
+        std::memcpy(&word, key.data(), key.size());
+        return word;
+    };
+    const std::string longest = "abcdefgh";
+    const auto expect_the_same = [&]<size_t length>() {
+        for (const std::string &key : {longest.substr(0, length), std::string(length, '\0'),
+                                       std::string(length, 'z'), longest.substr(8 - length)})
+            EXPECT_EQ(table().find_word<length>(word_of(key)), table().find(bytes(key))) << key;
+    };
+    const auto expect_all_the_same = [&] {
+        expect_the_same.operator()<4>();
+        expect_the_same.operator()<5>();
+        expect_the_same.operator()<6>();
+        expect_the_same.operator()<7>();
+        expect_the_same.operator()<8>();
+    };
+    expect_all_the_same();
+    for (size_t length = 4; length <= longest.size(); ++length) {
+        table().add(bytes(longest.substr(0, length)), bytes("begin"));
+        expect_all_the_same();
+        table().add(bytes(std::string(length, '\0')), bytes("zeros"));
+        expect_all_the_same();
+    }
+    EXPECT_NE(table().find_word<5>(word_of("abcde")), nullptr);
+    EXPECT_NE(table().find_word<8>(word_of("abcdefgh")), nullptr);
 }
 
 TEST_F(NpTables, KeysThatDifferInOneByteAreKeptApart)
