@@ -132,28 +132,28 @@ private:
                          NpCounters *counters)
     {
         const bool counted = has_counters(entry.content.app_node);
-        const std::string what = std::string(number.what) + "-packets counter ";
+        const auto what = [&number] { return std::string(number.what) + "-packets counter"; };
         if (number.place) {
             const StoredEntry *before = counters->hold(*number.place, &entry);
             const uint32_t plain = region_.first + *number.place;
             if (before != nullptr)
                 add(say(FindingKind::counter_shared, np, entry), plain,
-                    " holds " + what + hexadecimal(plain) + ", which " + text_of(*before) +
+                    " holds " + what() + " " + hexadecimal(plain) + ", which " + text_of(*before) +
                         " holds");
             if (!counters->in_use(*number.place))
                 add(say(FindingKind::counter_free, np, entry), plain,
-                    " holds " + what + hexadecimal(plain) + ", which is free");
+                    " holds " + what() + " " + hexadecimal(plain) + ", which is free");
         }
         if (number.place.has_value() == counted && (counted || number.stored == 0))
             return;
         if (counted)
             add(say(FindingKind::counter_invalid, np, entry), number.stored,
-                number.stored == 0 ? " has no " + what.substr(0, what.size() - 1)
-                                   : " holds " + what + hexadecimal(number.stored) +
+                number.stored == 0 ? " has no " + what()
+                                   : " holds " + what() + " " + hexadecimal(number.stored) +
                                          ", which is no counter's number");
         else
             add(say(FindingKind::counter_invalid, np, entry), number.stored,
-                " takes no counters and holds " + what + hexadecimal(number.stored));
+                " takes no counters and holds " + what() + " " + hexadecimal(number.stored));
     }
 
     static void add(Finding &finding, uint32_t counter, const std::string &text)

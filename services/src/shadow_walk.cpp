@@ -128,28 +128,28 @@ bool ShadowWalk::take_link(const list_link *address, const list_link *previous,
                            const list_record *list, const list_link **next)
 {
     const auto *node_address = reinterpret_cast<const shmem_node *>(address);
-    const std::string where = hexadecimal(reinterpret_cast<uintptr_t>(address));
+    const auto where = [address] { return hexadecimal(reinterpret_cast<uintptr_t>(address)); };
     shmem_node node;
     if (!copy(node_address, &node)) {
         whole_ = false;
-        broken("it points to " + where + ", outside shared memory");
+        broken("it points to " + where() + ", outside shared memory");
         return false;
     }
     if (!seen_.insert(address).second) {
         whole_ = false;
-        broken("it comes to the node at " + where + " a second time");
+        broken("it comes to the node at " + where() + " a second time");
         return false;
     }
     ++report_.nodes[table_];
     if (node.link.prev != previous)
-        broken("the node at " + where + " does not name the one before it");
+        broken("the node at " + where() + " does not name the one before it");
     if (node.link.owner != list)
-        broken("the node at " + where + " names another list as its own");
+        broken("the node at " + where() + " names another list as its own");
     whole_ = whole_ && node.link.data == address;
     if (node.link.data == nullptr)
-        broken("the link at " + where + " carries no node");
+        broken("the link at " + where() + " carries no node");
     else if (node.link.data != address)
-        broken("the link at " + where + " carries another node than itself");
+        broken("the link at " + where() + " carries another node than itself");
     else
         take_node(node_address, node);
     *next = node.link.next;
