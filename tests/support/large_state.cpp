@@ -113,7 +113,7 @@ private:
     void add_row(const shmem_node &node, uint32_t np)
     {
         const app_node &content = node.app_node;
-        if (np == 1 && content.entry_id % 1000 == 0)
+        if (np == 1 && wanted_.rowless != 0 && content.entry_id % wanted_.rowless == 0)
             return;
         vlc::NpTable &table = nps_[np].table(static_cast<vlc::TableKind>(content.table_type));
         const services::RowResult result = services::row_result(node, np, false);
