@@ -163,11 +163,14 @@ void in_hash_delete(in_hash_table *table, const void *entry_or_key_record)
     const in_hash_match_fn match = table->match;
     if (place == nullptr || match == nullptr)
         return;
-    while (*place != nullptr && match(*place, entry_or_key_record) != 1)
-        place = &(*place)->next;
-    if (*place == nullptr)
+    HashLink *entry = *place;
+    while (entry != nullptr && match(entry, entry_or_key_record) != 1) {
+        place = &entry->next;
+        entry = *place;
+    }
+    if (entry == nullptr)
         return;
-    publish(*place, (*place)->next);
+    publish(*place, entry->next);
     --table->count;
 }
 
