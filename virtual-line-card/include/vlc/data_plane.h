@@ -57,7 +57,7 @@ public:
                               tuple.destination_port;
         const uint64_t hash = mix(addresses ^ std::rotl(rest * 0x9e3779b97f4a7c15u, 32));
         // The upper half, scaled to the number of NPs: no division on the way of a packet.
-        return static_cast<uint32_t>((hash >> 32) * before_.size() >> 32);
+        return static_cast<uint32_t>((hash >> 32) * nps_.size() >> 32);
     }
 
 private:
@@ -88,6 +88,15 @@ bool takes_counters_unswapped(uint32_t card_type);
 // The number of the counter that a result carries in its bytes 1 to 3, as this card type reads it.
 // Card types that take it unswapped get the number's upper three bytes only, so their NPs count on
 // the first counter of its 256.
-uint32_t counter_in_result(Bytes result, bool unswapped) noexcept;
+inline uint32_t counter_in_result(Bytes result, bool unswapped) noexcept
+{
+    if (result.size() < sizeof(uint32_t))
+        return 0;
+    // Unswapped, the bytes are the upper three of the number as it lies in memory, its lowest byte
+    // lost. Otherwise they are the lower three in network byte order, or the other way round after
+    // an even number of exchanges; the bank of counters knows both.
+    const auto word = static_cast<uint32_t>(word_at<uint32_t>(result.data()));
+    return unswapped ? word & 0xFFFFFF00 : __builtin_bswap32(word) & 0x00FFFFFF;
+}
 
 } // namespace vlc

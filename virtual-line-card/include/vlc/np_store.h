@@ -28,11 +28,10 @@ public:
     // The place of a counter's number, in either byte order of its low three bytes, or -1.
     static int64_t place(uint32_t number) noexcept
     {
-        const uint32_t exchanged = (number & 0xFF) << 16 | (number & 0xFF00) | number >> 16;
-        for (const uint32_t reading : {number, exchanged})
-            if (number >> 24 == 0 && reading - first < count)
-                return reading - first;
-        return -1;
+        if (number - first < count)
+            return number - first;
+        const uint32_t exchanged = __builtin_bswap32(number) >> 8;
+        return number >> 24 == 0 && exchanged - first < count ? int64_t{exchanged - first} : -1;
     }
     void add(uint32_t place, uint32_t bytes) noexcept { counters_[place].add(bytes); }
     PacketCount read(uint32_t place) const noexcept { return counters_[place].read(); }

@@ -19,8 +19,6 @@ constexpr uint32_t unswapped_card_types[] = {
 static_assert(InterfaceConfig::first_vservice_key == lookup_keys::first_vservice_key);
 
 constexpr size_t action_place = 0;
-constexpr size_t counter_place = 1;
-constexpr size_t counter_bytes = 3;
 
 flow_layout::Key flow_key(const FiveTuple &tuple) noexcept
 {
@@ -59,20 +57,6 @@ bool pass_policer(const flow_layout::Policer &policer, const CapturedPacket &pac
 bool takes_counters_unswapped(uint32_t card_type)
 {
     return std::ranges::find(unswapped_card_types, card_type) != std::end(unswapped_card_types);
-}
-
-uint32_t counter_in_result(Bytes result, bool unswapped) noexcept
-{
-    if (result.size() < counter_place + counter_bytes) {
-        return 0;
-    }
-    const uint32_t first = result[counter_place];
-    const uint32_t second = result[counter_place + 1];
-    const uint32_t third = result[counter_place + 2];
-    // Unswapped, the bytes are the upper three of the number as it lies in memory, its lowest byte
-    // lost. Otherwise they are the lower three in network byte order, or the other way round after
-    // an even number of exchanges; the bank of counters knows both.
-    return unswapped ? first << 8 | second << 16 | third << 24 : first << 16 | second << 8 | third;
 }
 
 DataPlane::DataPlane(NpStore &nps, const CardConfig &config)
