@@ -10,6 +10,7 @@
 #include "inline_service_attributes.h"
 #include "inline_service_context.h"
 #include "inline_service_flowdb.h"
+#include "inline_service_hash.h"
 #include "inline_service_shadowdb.h"
 #include "inline_service_stat.h"
 #include "log_file.h"
@@ -83,6 +84,20 @@ TEST(LogTexts, HexadecimalNumbersReadAsPrintfWritesThem)
         EXPECT_NE(test::log_text().find(printed(":****Entry Version %x\n", number)),
                   std::string::npos)
             << number;
+    }
+}
+
+TEST(LogTexts, AddressesReadAsPrintfWritesThem)
+{
+    in_hash_table without_hash{};
+    for (const uint32_t number : numbers) {
+        for (const uint64_t word : {uint64_t{number} << 32 | number, uint64_t{number}}) {
+            auto *const entry = reinterpret_cast<void *>(word);
+            if (entry == nullptr)
+                continue;
+            in_hash_insert(&without_hash, entry);
+            EXPECT_EQ(last_message(), printed("hash of entry %p is outside the table", entry));
+        }
     }
 }
 

@@ -320,7 +320,7 @@ TEST(LogPosition, IsPastTheLimitBehindAHoleThatAnotherStreamMade)
 {
     counts = {};
     Pair pair(1);
-    for (int i = 0; i < 300; ++i)
+    for (int i = 0; i < 200; ++i)
         pair.say(LogSpeakers::prm); // more than the lines of an opening that are always exact
     while (counts.truncations.at(LogSpeakers::stat) == 0)
         pair.say(LogSpeakers::stat);

@@ -25,7 +25,8 @@ namespace {
 
 constexpr char log_path[] = "/tmp/inline_svc_log";
 constexpr int32_t log_size_limit = 10000000;
-constexpr size_t stamp_seconds_length = 15; // "Nov 21 01:38:00"
+
+} // namespace
 
 constinit ed_component component = {
     .name = "libinline_service_infra",
@@ -39,6 +40,8 @@ constinit ed_component component = {
     .debug_points = __start_inline_svc_debug_points,
     .debug_point_count = 0,
     .reserved = 0};
+
+namespace {
 
 size_t debug_point_count()
 {
@@ -67,40 +70,38 @@ bool stands_before(const ed_debug_point &left, const ed_debug_point &right)
     component.debug_point_count = count;
 }
 
-// The text of a second: ctime costs more than the rest of a line, so it is asked once a second.
-const char *seconds_text(time_t seconds)
+// The stamp of the last line. ctime costs more than the rest of a line, so it is asked once a
+// second; all that changes within one are three digits.
+struct Stamp {
+    time_t second;
+    char text[log_stamp_length + 1];
+};
+constinit Stamp stamp = {-1, ""};
+
+[[gnu::noinline, gnu::cold]] void begin_second(time_t second)
 {
-    static time_t known_second = -1;
-    static char known_text[stamp_seconds_length + 1];
-    if (known_text[0] == '\0' || seconds != known_second) {
-        const char *text = ctime(&seconds);
-        if (text == nullptr) // a year that has no text
-            text = "    (no time)";
-        snprintf(known_text, sizeof known_text, "%-15.15s", text + 4);
-        known_second = seconds;
-    }
-    return known_text;
+    const char *text = ctime(&second);
+    if (text == nullptr) // a year that has no text
+        text = "    (no time)";
+    snprintf(stamp.text, sizeof stamp.text, "%-15.15s.000:", text + 4);
+    stamp.second = second;
 }
 
 void put_stamp(char *out, const timespec &now)
 {
-    memcpy(out, seconds_text(now.tv_sec), stamp_seconds_length);
-    const auto milliseconds = static_cast<unsigned>(now.tv_nsec / 1000000) % 1000;
-    out[15] = '.';
+    if (now.tv_sec != stamp.second || stamp.text[0] == '\0')
+        begin_second(now.tv_sec);
+    const auto milliseconds = static_cast<uint32_t>(now.tv_nsec) / 1000000;
+    memcpy(out, stamp.text, log_stamp_length);
     out[16] = static_cast<char>('0' + milliseconds / 100);
     memcpy(out + 17, &two_digits[2 * (milliseconds % 100)], 2);
-    out[19] = ':';
 }
 
 // How far a file grows at most in a nanosecond: more than a machine's memory takes.
 constexpr int64_t fastest_growth = 16;
 // Behind each opening positions are asked for, so that one who writes little writes as stdio does
 // whatever is done to the file meanwhile.
-constexpr uint32_t exact_lines_of_an_opening = 200;
-
-// The farthest end of a write that did not append, since this process last truncated the file: such
-// a write may make a hole, and the file longer at once.
-int64_t farthest_write = 0;
+constexpr uint32_t exact_lines_of_an_opening = 100;
 
 // Changes with each fork, on both sides of it.
 uint32_t forks = 0;
@@ -111,14 +112,15 @@ uint32_t forks = 0;
     pthread_atfork(nullptr, note, note);
 }
 
-// Nanoseconds; negative when the clock was set back, and no more than three seconds.
-int64_t between(const timespec &earlier, const timespec &later)
+// Only differences count, so a time before or after what the word holds does no harm.
+uint64_t nanoseconds_of(const timespec &time)
 {
-    const auto seconds = std::clamp<int64_t>(later.tv_sec - earlier.tv_sec, -2, 2);
-    return seconds * 1000000000 + (later.tv_nsec - earlier.tv_nsec);
+    return static_cast<uint64_t>(time.tv_sec) * 1000000000 + static_cast<uint64_t>(time.tv_nsec);
 }
 
 } // namespace
+
+constinit int64_t LogStream::farthest_write_ = 0;
 
 bool LogStream::open(bool truncate)
 {
@@ -130,17 +132,26 @@ bool LogStream::open(bool truncate)
     fork_ = forks;
     position_ = 0;
     if (truncate)
-        farthest_write = 0;
+        farthest_write_ = 0;
     return descriptor_ >= 0;
 }
 
 // The kernel knows the position, also after a fork: of a stream that appends it is the file's end
 // at its own last write, other streams' bytes included.
-int64_t LogStream::ask_position(const timespec &now)
+int64_t LogStream::ask_position()
 {
     position_ = lseek(descriptor_, 0, SEEK_CUR);
-    asked_ = now;
+    asked_ = last_;
     return position_;
+}
+
+// Whether the file cannot have reached the limit since the position was asked for: however fast it
+// grew meanwhile, or a write made a hole in it. A clock that stands still or was set back says
+// nothing of how long that has been.
+bool LogStream::is_certainly_short(int64_t since_last) const
+{
+    const int64_t room = log_size_limit - std::max(position_, farthest_write_);
+    return since_last > 0 && static_cast<int64_t>(last_ - asked_) <= room / fastest_growth;
 }
 
 // Another process that makes the file longer without writing the bytes, or writes behind a hole, is
@@ -148,31 +159,24 @@ int64_t LogStream::ask_position(const timespec &now)
 // file would take to be written.
 bool LogStream::past_limit(const timespec &now)
 {
-    const int64_t since_last = between(last_, now);
-    last_ = now;
-    int64_t position = position_;
+    const uint64_t nanoseconds = nanoseconds_of(now);
+    const auto since_last = static_cast<int64_t>(nanoseconds - last_);
+    last_ = nanoseconds;
+    int64_t position = position_; // exact of a stream that truncated
     if (exact_lines_ > 0 || fork_ != forks) {
         exact_lines_ -= exact_lines_ > 0;
-        position = ask_position(now);
+        position = ask_position();
     } else if (appends_) {
-        // A clock that stands still or was set says nothing of how long it has been.
-        const bool tells = since_last > 0;
-        const int64_t farthest = std::max(position_, farthest_write);
-        if (!tells || farthest + fastest_growth * between(asked_, now) > log_size_limit)
-            position = ask_position(now);
-        else
+        if (is_certainly_short(since_last))
             return false;
+        position = ask_position();
     }
     // Kept: the position is taken as a signed 32-bit number, so a file beyond 2 GiB is left alone.
     return static_cast<int32_t>(position) > log_size_limit;
 }
 
-bool LogStream::ready(const timespec &now)
+bool LogStream::begin_anew()
 {
-    if (descriptor_ < 0)
-        return open(false);
-    if (!past_limit(now))
-        return true;
     close(descriptor_);
     descriptor_ = -1;
     return open(true);
@@ -180,39 +184,33 @@ bool LogStream::ready(const timespec &now)
 
 char *LogStream::begin(LogLine *line)
 {
-    if (held_ != nullptr) // still, when a facility that the line was given to logs in its turn
-        flush();
+    if (held_ != nullptr) [[unlikely]] // a facility that the line was given to logs in its turn
+        flush_held();
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
-    if (!ready(now))
+    const bool is_ready = descriptor_ < 0 ? open(false) : !past_limit(now) || begin_anew();
+    if (!is_ready) [[unlikely]]
         return nullptr;
     put_stamp(line->text, now);
     return line->text + log_stamp_length;
 }
 
-void LogStream::hold(LogLine *line, const char *end)
+void LogStream::flush_held()
 {
-    line->length = std::min(static_cast<size_t>(end - line->text), log_line_limit);
-    line->text[line->length++] = '\n';
-    held_ = line;
+    flush();
 }
 
-void LogStream::flush()
+// As stdio does with a write that was cut short: goes on until nothing more can be written.
+void LogStream::write_rest(const LogLine &line, long written)
 {
-    if (held_ == nullptr)
-        return;
-    const LogLine &line = *held_;
-    held_ = nullptr;
-    for (size_t done = 0; done < line.length;) {
-        const ssize_t written = write(descriptor_, line.text + done, line.length - done);
-        if (written <= 0)
-            return;
+    for (size_t done = 0; has_written(written);
+         written = write_directly(descriptor_, line.text + done, line.length - done)) {
         done += static_cast<size_t>(written);
-        if (!appends_) {
-            position_ += written;
-            farthest_write = std::max(farthest_write, position_);
-        }
+        if (done == line.length)
+            return;
     }
+    if (written < 0)
+        errno = static_cast<int>(-written);
 }
 
 char *print_line(LogLine *line, char *out, const char *format, ...)
@@ -228,7 +226,7 @@ char *print_line(LogLine *line, char *out, const char *format, ...)
     return out + std::min(static_cast<size_t>(std::max(wanted, 0)), room - 1);
 }
 
-bool select_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words)
+bool give_to_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words)
 {
     // The facility changes flags and filter while the library runs.
     const uint16_t flags = __atomic_load_n(&point.flags, __ATOMIC_RELAXED);
@@ -248,18 +246,6 @@ bool select_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *wo
         ed_slow_debugs(&point, &component, &matched, words, 0, line, 0, point.format, 0);
     }
     return (flags & ED_SUPPRESS_ALL) == 0 || matched != 0;
-}
-
-void *trace_buffer_of(const ed_debug_point &point)
-{
-    return component.buffer_handles[point.trace_buffer % ED_TRACE_BUFFERS];
-}
-
-uint64_t event_word_of(const ed_debug_point &point)
-{
-    const uint64_t trace_word = __atomic_load_n(&component.trace_word, __ATOMIC_RELAXED) & 0x1F;
-    const uint64_t number = point.number & ((UINT64_C(1) << ED_EVENT_NUMBER_BITS) - 1);
-    return ED_EVENT_WORD_FIXED | (trace_word << ED_EVENT_TRACE_WORD_SHIFT) | number;
 }
 
 uint32_t refuse_null(const char *argument, const char *function)

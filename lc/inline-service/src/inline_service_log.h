@@ -12,12 +12,14 @@
 // debug point under their source expressions.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
 
+#include "inline_service_direct_write.h"
 #include "inline_service_log_format.h"
 #include "platform_event_debug.h"
 
@@ -52,29 +54,86 @@ public:
     void flush();
 
 private:
-    bool ready(const timespec &now);
-    bool past_limit(const timespec &now);
+    bool has_written(long written);
+    void write_rest(const LogLine &line, long written);
+    void flush_held();
     bool open(bool truncate);
-    int64_t ask_position(const timespec &now);
+    bool begin_anew();
+    bool past_limit(const timespec &now);
+    bool is_certainly_short(int64_t since_last) const;
+    int64_t ask_position();
 
     int descriptor_ = -1;
     bool appends_ = false;
     uint32_t exact_lines_ = 0; // of this opening, before which its position is always asked for
     uint32_t fork_ = 0;    // the process's forks when it was opened: a shared position is asked for
     int64_t position_ = 0; // exact of one that truncated, else at `asked_`
-    timespec asked_ = {};  // when the position was asked for
-    timespec last_ = {};   // the last line's time
+    uint64_t asked_ = 0;   // when the position was asked for, in nanoseconds
+    uint64_t last_ = 0;    // the last line's time
     LogLine *held_ = nullptr;
+
+    // The farthest end of a write that did not append, since this process last truncated the file:
+    // such a write may make a hole, and the file longer at once.
+    static int64_t farthest_write_;
 };
+
+// Both stand in the site itself: see write_directly().
+[[gnu::always_inline]] inline void LogStream::hold(LogLine *line, const char *end)
+{
+    line->length = std::min(static_cast<size_t>(end - line->text), log_line_limit);
+    line->text[line->length++] = '\n';
+    held_ = line;
+}
+
+// Takes note of where a write ended. Returns whether it wrote anything.
+[[gnu::always_inline]] inline bool LogStream::has_written(long written)
+{
+    if (!appends_ && written > 0) {
+        position_ += written;
+        farthest_write_ = std::max(farthest_write_, position_);
+    }
+    return written > 0;
+}
+
+[[gnu::always_inline]] inline void LogStream::flush()
+{
+    if (held_ == nullptr)
+        return;
+    const LogLine &line = *held_;
+    held_ = nullptr;
+    const long written = write_directly(descriptor_, line.text, line.length);
+    if (written == static_cast<long>(line.length)) [[likely]]
+        has_written(written);
+    else
+        write_rest(line, written);
+}
 
 // Each source file that logs has one.
 [[maybe_unused]] static constinit LogStream log_stream;
 
+// The component record that all sites belong to.
+extern ed_component component;
+
+// Whether the facility asks for anything but a site's line and its trace event; most never do.
+inline bool has_event_debug(const ed_debug_point &point)
+{
+    const uint16_t flags = __atomic_load_n(&point.flags, __ATOMIC_RELAXED);
+    return (flags & (ED_PRINT | ED_SLOW | ED_SUPPRESS_ALL)) != 0;
+}
 // Gives the message to the event-debug facility if the site's flags say so. Returns whether the
 // site's trace event is to be sent.
-bool select_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words);
-void *trace_buffer_of(const ed_debug_point &point);
-uint64_t event_word_of(const ed_debug_point &point);
+bool give_to_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words);
+
+inline void *trace_buffer_of(const ed_debug_point &point)
+{
+    return component.buffer_handles[point.trace_buffer % ED_TRACE_BUFFERS];
+}
+inline uint64_t event_word_of(const ed_debug_point &point)
+{
+    const uint64_t trace_word = __atomic_load_n(&component.trace_word, __ATOMIC_RELAXED) & 0x1F;
+    const uint64_t number = point.number & ((UINT64_C(1) << ED_EVENT_NUMBER_BITS) - 1);
+    return ED_EVENT_WORD_FIXED | (trace_word << ED_EVENT_TRACE_WORD_SHIFT) | number;
+}
 
 // The one word in which the facilities get an argument: integers widened by their own signedness,
 // strings by address.
@@ -103,8 +162,12 @@ void log_message(LogStream &stream, ed_debug_point &point, uint32_t line, Argume
             stream.hold(&text, print_line(&text, out, point.format, arguments...));
         }
     }
-    const std::array<uint64_t, sizeof...(arguments) + 1> words = {as_word(arguments)...};
-    if (select_event_debug(point, line, words.data())) {
+    bool is_traced = true;
+    if (has_event_debug(point)) [[unlikely]] {
+        const std::array<uint64_t, sizeof...(arguments) + 1> words = {as_word(arguments)...};
+        is_traced = give_to_event_debug(point, line, words.data());
+    }
+    if (is_traced) {
         if constexpr (sizeof...(arguments) == 0)
             _ltrace(trace_buffer_of(point), event_word_of(point), uint64_t{0});
         else

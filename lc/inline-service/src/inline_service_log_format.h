@@ -2,8 +2,9 @@
 //
 // A line costs little more than its write, and of the rest a printf that reads its format anew
 // would be most. So a site's format becomes straight code: its literal text copied in pieces of
-// known length, its numbers written digit by digit. A format with anything else in it (widths,
-// flags, pointers) is not `simple`, and printf does it.
+// known length, its numbers written in place, with few branches, since behind a system call the
+// machine guesses them badly. A format with anything else in it is not `simple`, and printf does
+// it.
 #pragma once
 
 #include <algorithm>
@@ -22,8 +23,10 @@ namespace inline_service {
 struct FormatPiece {
     size_t begin;    // of the literal text, in the format
     size_t length;   // of the literal text
-    char conversion; // 'd', 'u', 'x', 's', '%', or 0 for none
+    char conversion; // 'd', 'u', 'x', 'p', 's', '%', or 0 for none
     bool is_long;    // 64 bits
+    bool has_prefix; // %#x
+    size_t zeros;    // digits of an 'x' that are written at least, such as 8 of %08x
 };
 
 inline constexpr size_t longest_number = 20; // digits of 64 bits, or a sign and those of 63
@@ -51,19 +54,29 @@ constexpr ParsedFormat<count> parse_format(std::string_view format)
 {
     ParsedFormat<count> parsed;
     size_t at = 0;
+    const auto skip = [&](char one) { return at < format.size() && format[at] == one && ++at > 0; };
     for (FormatPiece &piece : parsed.pieces) {
         const size_t percent = std::min(format.find('%', at), format.size());
-        piece = {at, percent - at, 0, false};
+        piece = {at, percent - at, 0, false, false, 1};
         parsed.longest += piece.length + longest_number;
         if (percent == format.size())
             break;
-        for (at = percent + 1; at < format.size() && format[at] == 'l'; ++at)
+        at = percent + 1;
+        piece.has_prefix = skip('#');
+        const bool is_filled = skip('0');
+        for (piece.zeros = 0; at < format.size() && format[at] >= '1' && format[at] <= '9'; ++at)
+            piece.zeros = 10 * piece.zeros + static_cast<size_t>(format[at] - '0');
+        while (skip('l'))
             piece.is_long = true;
         piece.conversion = at < format.size() ? format[at++] : '?';
         if (piece.conversion == 'i')
             piece.conversion = 'd';
-        constexpr std::string_view simple = "duxs%";
-        parsed.is_simple &= simple.find(piece.conversion) != simple.npos;
+        constexpr std::string_view simple = "duxps%";
+        const bool is_hexadecimal = piece.conversion == 'x';
+        parsed.is_simple &= simple.find(piece.conversion) != simple.npos &&
+                            is_filled == (piece.zeros > 0) &&
+                            piece.zeros <= (is_hexadecimal ? piece.is_long ? 16U : 8U : 0U) &&
+                            (!piece.has_prefix || (is_hexadecimal && !is_filled));
         parsed.arguments += piece.conversion != '%';
     }
     return parsed;
@@ -83,6 +96,20 @@ inline constexpr auto two_digits = [] {
     return pairs;
 }();
 
+inline constexpr auto powers_of_ten = [] {
+    std::array<uint64_t, longest_number> powers{1};
+    for (size_t i = 1; i < powers.size(); ++i)
+        powers[i] = 10 * powers[i - 1];
+    return powers;
+}();
+
+constexpr size_t digits_of(uint64_t value)
+{
+    const auto bits = static_cast<size_t>(std::bit_width(value | 1));
+    const size_t fewest = bits * 1233 / 4096; // 1233 / 4096 is the logarithm of 2
+    return fewest + (value >= powers_of_ten[fewest]);
+}
+
 template <typename Number>
 [[gnu::always_inline]] inline char *put_decimal(char *out, Number value)
 {
@@ -90,32 +117,49 @@ template <typename Number>
         *out = static_cast<char>('0' + value);
         return out + 1;
     }
-    std::array<char, longest_number> digits;
-    char *const end = digits.data() + digits.size();
+    char *const end = out + digits_of(value);
     char *first = end;
-    while (value >= 100) {
+    for (; value >= 100; value /= 100) {
         first -= 2;
         std::memcpy(first, &two_digits[2 * static_cast<size_t>(value % 100)], 2);
-        value /= 100;
     }
-    if (value >= 10) {
-        first -= 2;
-        std::memcpy(first, &two_digits[2 * static_cast<size_t>(value)], 2);
-    } else {
-        *--first = static_cast<char>('0' + value);
-    }
-    const auto length = static_cast<size_t>(end - first);
-    std::memcpy(out, first, length);
-    return out + length;
+    if (value >= 10)
+        std::memcpy(out, &two_digits[2 * static_cast<size_t>(value)], 2);
+    else
+        *out = static_cast<char>('0' + value);
+    return end;
+}
+
+// All eight digits at once and those in front shifted out: a loop over them would end at another
+// place for each number. Writes eight bytes, however few of them count.
+[[gnu::always_inline]] inline char *put_eight(char *out, uint32_t value, size_t at_least)
+{
+    static_assert(std::endian::native == std::endian::little);
+    uint64_t digits = value;
+    digits = (digits | digits << 16) & 0x0000FFFF0000FFFF;
+    digits = (digits | digits << 8) & 0x00FF00FF00FF00FF;
+    digits = (digits | digits << 4) & 0x0F0F0F0F0F0F0F0F;
+    const uint64_t letters = (digits + 0x0606060606060606) >> 4 & 0x0101010101010101;
+    digits += 0x3030303030303030 + letters * ('a' - '0' - 10);
+    const auto significant = static_cast<size_t>(std::bit_width(value | 1) + 3) / 4;
+    const size_t count = std::max(significant, at_least);
+    digits = __builtin_bswap64(digits << (64 - 8 * count));
+    std::memcpy(out, &digits, sizeof digits);
+    return out + count;
 }
 
 template <typename Number>
-[[gnu::always_inline]] inline char *put_hexadecimal(char *out, Number value)
+[[gnu::always_inline]] inline char *put_hexadecimal(char *out, Number value, size_t at_least)
 {
-    const int highest_bit = static_cast<int>(std::bit_width(value | 1)) - 1;
-    for (int place = highest_bit & ~3; place >= 0; place -= 4)
-        *out++ = "0123456789abcdef"[value >> place & 0xF];
-    return out;
+    const auto low = static_cast<uint32_t>(value);
+    if constexpr (sizeof value > sizeof low) {
+        const auto high = static_cast<uint32_t>(value >> 32);
+        if (high != 0 || at_least > 8) {
+            out = put_eight(out, high, at_least > 8 ? at_least - 8 : 1);
+            at_least = 8;
+        }
+    }
+    return put_eight(out, low, at_least);
 }
 
 // Kept: as printf has it, a null text reads "(null)".
@@ -128,27 +172,42 @@ template <typename Number>
     return out + length;
 }
 
-template <char conversion, bool is_long, typename Argument>
+// Kept: as printf has it, a null pointer reads "(nil)".
+[[gnu::always_inline]] inline char *put_address(char *out, uint64_t address)
+{
+    if (address == 0) {
+        std::memcpy(out, "(nil)", 5);
+        return out + 5;
+    }
+    std::memcpy(out, "0x", 2);
+    return put_hexadecimal(out + 2, address, 1);
+}
+
+template <FormatPiece piece, typename Argument>
 [[gnu::always_inline]] inline char *put_argument(char *out, const char *end, Argument argument)
 {
-    if constexpr (conversion == 's') {
+    using Unsigned = std::conditional_t<piece.is_long, uint64_t, uint32_t>;
+    if constexpr (piece.conversion == 's') {
         return put_text(out, end, reinterpret_cast<const char *>(argument));
-    } else {
-        using Unsigned = std::conditional_t<is_long, uint64_t, uint32_t>;
-        using Signed = std::make_signed_t<Unsigned>;
-        if constexpr (conversion == 'd') {
-            const auto value = static_cast<Signed>(argument);
-            auto magnitude = static_cast<Unsigned>(value);
-            if (value < 0) {
-                *out++ = '-';
-                magnitude = 0 - magnitude;
-            }
-            return put_decimal(out, magnitude);
-        } else if constexpr (conversion == 'u') {
-            return put_decimal(out, static_cast<Unsigned>(argument));
-        } else {
-            return put_hexadecimal(out, static_cast<Unsigned>(argument));
+    } else if constexpr (piece.conversion == 'p') {
+        return put_address(out, reinterpret_cast<uint64_t>(argument));
+    } else if constexpr (piece.conversion == 'd') {
+        const auto value = static_cast<std::make_signed_t<Unsigned>>(argument);
+        auto magnitude = static_cast<Unsigned>(value);
+        if (value < 0) {
+            *out++ = '-';
+            magnitude = 0 - magnitude;
         }
+        return put_decimal(out, magnitude);
+    } else if constexpr (piece.conversion == 'u') {
+        return put_decimal(out, static_cast<Unsigned>(argument));
+    } else {
+        const auto value = static_cast<Unsigned>(argument);
+        if (piece.has_prefix && value != 0) { // Kept: as printf has it, zero has none
+            std::memcpy(out, "0x", 2);
+            out += 2;
+        }
+        return put_hexadecimal(out, value, std::max<size_t>(piece.zeros, 1));
     }
 }
 
@@ -165,7 +224,7 @@ template <typename Text, size_t index, size_t next, typename Arguments>
         *out++ = '%';
         return put_from<Text, index + 1, next>(out, end, arguments);
     } else {
-        out = put_argument<piece.conversion, piece.is_long>(out, end, std::get<next>(arguments));
+        out = put_argument<piece>(out, end, std::get<next>(arguments));
         return put_from<Text, index + 1, next + 1>(out, end, arguments);
     }
 }
