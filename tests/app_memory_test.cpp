@@ -3,24 +3,8 @@
 #include <cstddef>
 #include <cstdlib>
 
+#include "replaced_malloc.h"
 #include "shadow_fixture.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define HAS_ADDRESS_SANITIZER 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define HAS_ADDRESS_SANITIZER 1
-#endif
-#endif
-
-// The allocator underneath: the sanitizer's where there is one, so that its checks stay in force.
-#ifdef HAS_ADDRESS_SANITIZER
-#define REAL(name) __interceptor_##name
-#else
-#define REAL(name) __libc_##name
-#endif
-extern "C" void *REAL(malloc)(size_t size);
-extern "C" void REAL(free)(void *block);
 
 namespace {
 
