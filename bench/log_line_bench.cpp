@@ -6,8 +6,11 @@
 #include <cstring>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <memory>
+#include <sstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,6 +20,7 @@
 
 #include <benchmark/benchmark.h>
 #include <fmt/os.h>
+#include <glog/logging.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/spdlog.h>
 
@@ -45,6 +49,7 @@ namespace {
 using namespace bench::usual;
 
 constexpr int64_t size_limit = 10000000;
+constexpr size_t stamp_length = 20;
 
 // ---- ours --------------------------------------------------------------------------------------
 
@@ -100,6 +105,16 @@ public:
     {
         if (lseek(descriptor_, 0, SEEK_END) > size_limit && ftruncate(descriptor_, 0) != 0)
             std::abort();
+    }
+    // Behind stamps of their length.
+    bool are_in(std::string_view text) const
+    {
+        for (const std::string &line : lines_) {
+            if (text.substr(0, line.size()).substr(stamp_length) != line.substr(stamp_length))
+                return false;
+            text.remove_prefix(line.size());
+        }
+        return text.empty();
     }
     double average_bytes() const
     {
@@ -158,7 +173,33 @@ auto value_of(const volatile Value &value)
     return Value(value);
 }
 
-std::shared_ptr<spdlog::logger> spd;
+// The logger without a lock is the one to hold ours against: a line of ours takes none either. One
+// with a lock is what a program with threads makes; it stands beside without a goal.
+std::shared_ptr<spdlog::logger> unlocked_spd;
+std::shared_ptr<spdlog::logger> locked_spd;
+spdlog::logger *spd = nullptr; // the one that speaks
+constexpr const char *unlocked_spd_file = "/tmp/spd_log";
+constexpr const char *locked_spd_file = "/tmp/locked_spd_log";
+
+void set_up(spdlog::logger &logger)
+{
+    logger.set_pattern("%b %d %H:%M:%S.%e:%v");
+    logger.flush_on(spdlog::level::info);
+}
+
+void begin_unlocked_spd()
+{
+    spdlog::drop("unlocked");
+    unlocked_spd = spdlog::basic_logger_st("unlocked", unlocked_spd_file, true);
+    set_up(*unlocked_spd);
+}
+
+void begin_locked_spd()
+{
+    spdlog::drop("locked");
+    locked_spd = spdlog::basic_logger_mt("locked", locked_spd_file, true);
+    set_up(*locked_spd);
+}
 
 #define SPD(format, fmt_format, ...) [] { spd->info(fmt_format VALUES(__VA_ARGS__)); },
 #define VALUES(...) __VA_OPT__(VALUES_1(__VA_ARGS__))
@@ -170,20 +211,34 @@ std::shared_ptr<spdlog::logger> spd;
 #define VALUES_6(one) , value_of(one)
 const Speak spd_lines[] = {USUAL_LINES(SPD)};
 
-void speak_spd(size_t lines)
+void speak_spd(spdlog::logger &logger, size_t lines)
 {
+    spd = &logger;
     for (size_t i = 0; i < lines; ++i)
         spd_lines[i % line_count]();
 }
 
-constexpr const char *spd_file = "/tmp/spd_log";
+// It has a prefix of its own and formats nothing: fmt does, as for the others.
+constexpr const char *glog_file = "/tmp/glog_log";
 
-void begin_spd()
+void begin_glog()
 {
-    spdlog::drop_all();
-    spd = spdlog::basic_logger_st("bench", spd_file, true);
-    spd->set_pattern("%b %d %H:%M:%S.%e:%v");
-    spd->flush_on(spdlog::level::info);
+    FLAGS_logbufsecs = 0; // each line in the file before the call returns
+    FLAGS_stderrthreshold = google::GLOG_FATAL;
+    FLAGS_timestamp_in_logfile_name = false;
+    google::SetLogDestination(google::GLOG_INFO, glog_file);
+    google::SetLogSymlink(google::GLOG_INFO, "");
+    google::InitGoogleLogging("log_line_bench");
+}
+
+#define GLOG(printf_format, fmt_format, ...)                                                       \
+    [] { LOG(INFO) << fmt::format(FMT_STRING(fmt_format) VALUES(__VA_ARGS__)); },
+const Speak glog_lines[] = {USUAL_LINES(GLOG)};
+
+void speak_glog(size_t lines)
+{
+    for (size_t i = 0; i < lines; ++i)
+        glog_lines[i % line_count]();
 }
 
 constexpr const char *fmt_file = "/tmp/fmt_log";
@@ -208,12 +263,41 @@ void speak_fmt(size_t lines)
     }
 }
 
-template <typename Begin>
-void keep_short(const char *file, Begin begin)
+// All write the same bytes, but for the time of their stamps.
+void expect_usual_lines(const ReadyLines &ready, const char *file, const bench::Slice &speak)
+{
+    speak(line_count);
+    std::ostringstream text;
+    text << std::ifstream(file).rdbuf();
+    if (!ready.are_in(text.str()))
+        throw std::runtime_error(std::string(file) + " holds other lines:\n" + text.str());
+}
+
+void keep_short(const char *file, void (*begin)())
 {
     if (std::filesystem::file_size(file) > size_limit)
         begin();
 }
+
+// Peers whose lines are ours byte for byte.
+struct Peer {
+    const char *what;
+    const char *name;
+    const char *file;
+    void (*begin)();
+    bench::Slice speak;
+    double gate;
+    double aim;
+};
+
+const Peer peers[] = {
+    {"log line, loggers", "spdlog, flushed", unlocked_spd_file, begin_unlocked_spd,
+     [](size_t lines) { speak_spd(*unlocked_spd, lines); }, 1.45, 1.6},
+    {"log line, loggers", "spdlog with its lock, flushed", locked_spd_file, begin_locked_spd,
+     [](size_t lines) { speak_spd(*locked_spd, lines); }, 0, 0},
+    {"log line, formats", "fmt::output_file, flushed, stamp given", fmt_file, begin_fmt, speak_fmt,
+     1.1, 1.2},
+};
 
 // ---- the rows ----------------------------------------------------------------------------------
 
@@ -243,10 +327,13 @@ void add_rows(const std::string &file_system, const Goals &write, const ReadyLin
                          .aim = goals.aim,
                          .between = between});
     };
-    add_peer("log line, loggers", "spdlog, flushed", speak_spd, {1.45, 1.6},
-             [] { keep_short(spd_file, begin_spd); });
-    add_peer("log line, formats", "fmt::output_file, flushed, stamp given", speak_fmt, {1.1, 1.2},
-             [] { keep_short(fmt_file, begin_fmt); });
+    for (const Peer &peer : peers)
+        add_peer(peer.what, peer.name, peer.speak, {peer.gate, peer.aim},
+                 [&peer] { keep_short(peer.file, peer.begin); });
+    add_peer("log line, loggers", "glog, flushed, formatted by fmt", speak_glog, {0, 0}, [] {
+        if (truncate(glog_file, 0) != 0)
+            std::abort();
+    });
     add_peer("log line, TZ unset", "stdio sequence", speak_stdio, {4.0, 5.0},
              [] { unsetenv("TZ"); });
     add_peer("log line, TZ set", "stdio sequence", speak_stdio, {2.0, 2.4},
@@ -265,8 +352,13 @@ int main(int argc, char **argv)
     bench::enter_own_tmp(argv[1]);
     const std::string file_system = argv[2];
     const ReadyLines ready("/tmp/ready_lines");
-    begin_spd();
-    begin_fmt();
+    for (const Peer &peer : peers) {
+        peer.begin();
+        expect_usual_lines(ready, peer.file, peer.speak);
+    }
+    expect_usual_lines(ready, "/tmp/inline_svc_log", speak_ours);
+    expect_usual_lines(ready, stdio_file, speak_stdio);
+    begin_glog();
     benchmark::AddCustomContext("bytes_a_line", std::to_string(ready.average_bytes()));
     const bool in_memory = file_system == "tmpfs";
     add_rows(file_system, in_memory ? Goals{1.25, 1.15} : Goals{1.2, 1.12}, ready);
