@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <fstream>
 #include <functional>
@@ -96,6 +97,13 @@ private:
     std::string path_;
     std::array<FILE *, LogSpeakers::source_count> streams_{};
 };
+
+// So many times as many messages and rounds as in the check: for long runs.
+uint32_t scaled(uint32_t count)
+{
+    const char *wanted = std::getenv("LOG_STDIO_SCALE");
+    return wanted != nullptr ? count * static_cast<uint32_t>(std::stoul(wanted)) : count;
+}
 
 int64_t size_of(const std::string &path)
 {
@@ -283,13 +291,13 @@ TEST_P(LogAsStdio, AllStreamsLeaveTheSameBytesThroughSeveralTruncations)
 {
     Pair pair(GetParam());
     pair.long_lines(4000); // most lines are cut, so that the limit is passed often
-    pair.run(110000);
+    pair.run(scaled(110000));
     EXPECT_GE(counts.all_truncations(), 2u);
 }
 
 TEST_P(LogAsStdio, AFileThatIsNearTheLimitAlreadyIsTruncatedByTheSameMessage)
 {
-    for (uint32_t round = 0; round < 12; ++round) {
+    for (uint32_t round = 0; round < scaled(12); ++round) {
         begin_both_with(9990000);
         in_child([&] { Pair(GetParam() * 100 + round).run(600); });
         ASSERT_FALSE(HasFailure()) << "in round " << round;
@@ -345,13 +353,13 @@ TEST_P(LogAsStdio, AtWorkAllStreamsLeaveTheSameBytesThroughSeveralTruncations)
     Pair pair(GetParam());
     pair.go_on_steadily();
     pair.long_lines(4000);
-    pair.run(110000);
+    pair.run(scaled(110000));
     EXPECT_GE(counts.all_truncations(), 2u);
 }
 
 TEST_P(LogAsStdio, AtWorkAFileThatIsNearTheLimitAlreadyIsTruncatedByTheSameMessage)
 {
-    for (uint32_t round = 0; round < 12; ++round) {
+    for (uint32_t round = 0; round < scaled(12); ++round) {
         begin_both_with(9400000);
         in_child([&] {
             Pair pair(GetParam() * 100 + round);
@@ -367,7 +375,7 @@ TEST_P(LogAsStdio, AtWorkAFileThatIsNearTheLimitAlreadyIsTruncatedByTheSameMessa
 TEST_P(LogAsStdio, ChangesByOthersLeaveTheSameBytes)
 {
     testing::internal::CaptureStdout();
-    for (uint32_t round = 0; round < 30 && !HasFailure(); ++round) {
+    for (uint32_t round = 0; round < scaled(30) && !HasFailure(); ++round) {
         in_child([&] {
             Pair pair(GetParam() * 100 + round);
             Outsider outsider(pair);
@@ -386,7 +394,7 @@ TEST_P(LogAsStdio, ChangesByOthersLeaveTheSameBytes)
 
 TEST_P(LogAsStdio, AForkedChildGoesOnWithTheSameStreams)
 {
-    for (uint32_t round = 0; round < 10; ++round) {
+    for (uint32_t round = 0; round < scaled(10); ++round) {
         begin_both_with(9998000);
         in_child([&] {
             Pair pair(GetParam() * 100 + round);
@@ -455,7 +463,7 @@ TEST_P(LogOnAFullDisk, WhatFitsIsWrittenAndTheRestIsLostAsWithStdio)
     fill();
     size_t lost = 0;
     int64_t size_before = 0;
-    pair.run(15000, [&] {
+    pair.run(scaled(15000), [&] {
         if (pair.below(200) == 0)
             leave_free(pair.below(400));
         if (pair.below(200) == 0)
