@@ -1,7 +1,7 @@
 #include "paired.h"
 
 #include <algorithm>
-#include <chrono>
+#include <ctime>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -11,14 +11,18 @@
 namespace bench {
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-double nanoseconds_of(const Slice &slice, size_t operations)
+double now(const Pair &pair)
 {
-    const auto begin = Clock::now();
-    slice(operations);
-    const std::chrono::duration<double, std::nano> taken = Clock::now() - begin;
-    return taken.count() / static_cast<double>(operations);
+    timespec time{};
+    clock_gettime(pair.long_slices ? CLOCK_THREAD_CPUTIME_ID : CLOCK_MONOTONIC, &time);
+    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
+
+double nanoseconds_of(const Pair &pair, const Slice &slice)
+{
+    const double begin = now(pair);
+    slice(pair.operations);
+    return (now(pair) - begin) / static_cast<double>(pair.operations);
 }
 
 struct Times {
@@ -44,8 +48,8 @@ Times measure(const Pair &pair)
         if (pair.between)
             pair.between();
         const bool ours_first = i % 2 == 0;
-        const double first = nanoseconds_of(ours_first ? pair.ours : pair.other, pair.operations);
-        const double second = nanoseconds_of(ours_first ? pair.other : pair.ours, pair.operations);
+        const double first = nanoseconds_of(pair, ours_first ? pair.ours : pair.other);
+        const double second = nanoseconds_of(pair, ours_first ? pair.other : pair.ours);
         const double ours = ours_first ? first : second;
         const double other = ours_first ? second : first;
         times.ours.push_back(ours);

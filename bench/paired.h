@@ -31,6 +31,7 @@ struct Pair {
     double gate = 0;
     double aim = 0;
     size_t pairs = 301;
+    bool long_slices = false;           // others get the processor meanwhile: its time is measured
     std::function<void()> between = {}; // slices, not measured: what is used up is made anew
 };
 

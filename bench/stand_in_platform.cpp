@@ -15,13 +15,13 @@
 #include "platform_prm_stats.h"
 #include "platform_shared_window.h"
 
-// ---- the window: blocks of 64 bytes and more, those given back are handed out first ------------
+// ---- the window: blocks lie as on the card, those given back are handed out first --------------
 
 namespace {
 
 constexpr size_t window_bytes = size_t{1} << 30;
-constexpr size_t block_unit = 64;
-constexpr size_t kept_sizes = 16;
+constexpr size_t block_unit = 16;
+constexpr size_t kept_sizes = 64;
 
 struct FreeBlock {
     FreeBlock *next;
@@ -161,13 +161,28 @@ uint32_t prm_stats_cl_get_stateless_double_size()
 }
 uint32_t bench::counters_of_an_np = 65536;
 
+namespace {
+
+// Each NP has a few counters, which all numbers share.
+constexpr uint32_t counters_kept = 64;
+struct DoubleCounter {
+    uint64_t packets;
+    uint64_t bytes;
+};
+DoubleCounter counted[SHADOW_DB_MAX_NPS][counters_kept] = {};
+
+} // namespace
+
 uint32_t prm_stats_cl_read(void *, uint32_t counter, uint32_t np, uint32_t *,
-                           uint64_t double_counter[2], void *, uint32_t)
+                           uint64_t double_counter[2], void *, uint32_t option)
 {
+    DoubleCounter &asked = counted[np][counter % counters_kept];
     if (double_counter != nullptr) {
-        double_counter[0] = counter;
-        double_counter[1] = np;
+        double_counter[0] = asked.packets;
+        double_counter[1] = asked.bytes;
     }
+    if (option == PRM_STATS_READ_AND_CLEAR)
+        asked = {};
     return 0;
 }
 

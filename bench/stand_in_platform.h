@@ -21,6 +21,10 @@ public:
 
     inline_svc_global_cntx &context() { return context_; }
     shadow_db &root() { return root_; }
+    uint32_t stored_under(uint32_t key, uint32_t table) const
+    {
+        return root_.main_table[key]->num_elements[table];
+    }
 
 private:
     inline_svc_global_cntx context_;

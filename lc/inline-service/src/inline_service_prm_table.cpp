@@ -1,6 +1,5 @@
 // Programming an entry into a table of every NP: one piece of code, two descriptions.
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
@@ -91,66 +90,104 @@ constexpr TableDescription ext_conf_table = {
 };
 #undef ROW_FUNCTION
 
-// One entry on its way to one table, NP after NP.
+// All zero, in pieces so short that compilers write their stores out: at once they would make a
+// loop of bytes of it, which costs more than all else that is done to the record.
+void clear(prm_config_record &record)
+{
+    constexpr size_t piece = 64;
+    constexpr size_t pieces = sizeof record / piece;
+    auto *bytes = reinterpret_cast<uint8_t *>(&record);
+#pragma GCC unroll 16
+    for (size_t i = 0; i < pieces; ++i)
+        memset(bytes + i * piece, 0, piece);
+    memset(bytes + pieces * piece, 0, sizeof record % piece);
+}
+
+// The request that goes to every NP, as far as it is the same for all.
+void fill(prm_config_record &record, const app_node &entry, uint32_t refnum)
+{
+    clear(record);
+    record.kind = PRM_RECORD_KIND;
+    record.refnum = refnum;
+    record.key_len = entry.key_len;
+    memcpy(record.key, entry.key, entry.key_len);
+    record.result_len = entry.result_len;
+    memcpy(record.result, entry.result, entry.result_len);
+}
+
+// One entry on its way to one table, NP after NP. Table and operation are known where it is
+// compiled, so that a step is little more than the call of PRM; the record is not part of it, since
+// PRM is given that, and what PRM could reach would be read anew for each NP.
+template <const TableDescription &table, uint32_t operation>
 class TableUpdate {
 public:
-    TableUpdate(const TableDescription &table, shmem_node &node, uint32_t operation)
-        : table_(table), operation_(table.operations[operation]), node_(node),
-          handle_(pgbl_ptr->shadow_db->prm_srh_hdl)
+    TableUpdate(shmem_node &node, prm_config_record &record)
+        : node_(node), record_(record), handle_(pgbl_ptr->shadow_db->prm_srh_hdl)
     {
-        const app_node &entry = node.app_node;
-        record_.kind = PRM_RECORD_KIND;
-        record_.refnum = operation << PRM_REFNUM_OP_SHIFT | table.table_kind;
-        record_.key_len = entry.key_len;
-        std::copy_n(entry.key, entry.key_len, record_.key);
-        record_.result_len = entry.result_len;
-        std::copy_n(entry.result, entry.result_len, record_.result);
     }
 
-    uint32_t run(uint32_t (TableUpdate::*step)(uint32_t np))
+    uint32_t run()
     {
-        operation_.entered();
+        description.entered();
+        return has_counters() ? for_each_np<true>() : for_each_np<false>();
+    }
+
+private:
+    static constexpr const OperationDescription &description = table.operations[operation];
+
+    bool has_counters() const
+    {
+        return !table.has_entries_without_counters ||
+               node_.app_node.hw_index != SHADOW_DB_NO_HW_INDEX;
+    }
+
+    template <bool with_counters>
+    uint32_t for_each_np()
+    {
         uint32_t rc = 0;
-        for (uint32_t np = 0; np < pgbl_ptr->num_nps; ++np)
-            rc = (this->*step)(np);
+        const uint32_t nps = pgbl_ptr->num_nps;
+        for (uint32_t np = 0; np < nps; ++np) {
+            if constexpr (operation == PRM_OP_ADD)
+                rc = add<with_counters>(np);
+            else if constexpr (operation == PRM_OP_MODIFY)
+                rc = modify<with_counters>(np);
+            else
+                rc = remove<with_counters>(np);
+        }
         return rc; // Kept: that of the last NP, whatever the others said
     }
 
+    template <bool with_counters>
     uint32_t add(uint32_t np)
     {
-        if (has_counters()) {
+        if constexpr (with_counters) {
             take_counters(np);
             encode_counter(np);
-        } else {
-            counter(node_.stat_index_rx, np) = 0;
-            counter(node_.stat_index_drop, np) = 0;
+        } else if (np < SHADOW_DB_MAX_NPS) {
+            node_.stat_index_rx[np] = 0;
+            node_.stat_index_drop[np] = 0;
         }
         return request(np); // Kept: counters taken for a failed add stay taken
     }
 
+    template <bool with_counters>
     uint32_t modify(uint32_t np)
     {
-        if (has_counters())
+        if constexpr (with_counters)
             encode_counter(np);
         return request(np);
     }
 
+    template <bool with_counters>
     uint32_t remove(uint32_t np)
     {
         encode_counter(np); // Kept: also for an entry without counters
         const uint32_t rc = request(np);
-        if (!has_counters())
+        if constexpr (!with_counters)
             return rc;
         // Kept: the counters go even when the delete failed, and the last free hides its code.
         free_counter(counter(node_.stat_index_rx, np), np);
         return free_counter(counter(node_.stat_index_drop, np), np);
-    }
-
-private:
-    bool has_counters() const
-    {
-        return !table_.has_entries_without_counters ||
-               node_.app_node.hw_index != SHADOW_DB_NO_HW_INDEX;
     }
 
     // NPs that the node has no room for share a word that always says "no counter".
@@ -164,15 +201,15 @@ private:
     {
         uint32_t &rx = counter(node_.stat_index_rx, np);
         uint32_t rc = inline_svc_alloc_counter(&rx, np, 1);
-        table_.rx_counter_taken(rx);
+        table.rx_counter_taken(rx);
         if (rc != 0)
-            table_.rx_counter_failed(rc);
+            table.rx_counter_failed(rc);
 
         uint32_t &drop = counter(node_.stat_index_drop, np);
         rc = inline_svc_alloc_counter(&drop, np, 1);
         if (rc != 0)
-            table_.drop_counter_failed(rc);
-        table_.drop_counter_taken(drop);
+            table.drop_counter_failed(rc);
+        table.drop_counter_taken(drop);
     }
 
     // Puts the received-packets counter into the result's bytes 1 to 3, for the NP to count on.
@@ -195,66 +232,85 @@ private:
     uint32_t request(uint32_t np)
     {
         record_.np = np;
-        const uint32_t rc = operation_.request(handle_, &record_);
+        const uint32_t rc = description.request(handle_, &record_);
         if (rc == 0)
-            operation_.succeeded();
+            description.succeeded();
         else
-            operation_.failed(rc);
+            description.failed(rc);
         return rc;
     }
 
-    uint32_t free_counter(uint32_t index, uint32_t np)
+    static uint32_t free_counter(uint32_t index, uint32_t np)
     {
         const uint32_t rc = inline_svc_free_counter(index, np);
         if (rc != 0)
-            table_.counter_free_failed(rc);
+            table.counter_free_failed(rc);
         return rc;
     }
 
-    const TableDescription &table_;
-    const OperationDescription &operation_;
     shmem_node &node_;
+    prm_config_record &record_;
     void *handle_;
-    prm_config_record record_ = {};
     uint32_t no_counter_ = 0;
 };
 
-uint32_t update_table(const TableDescription &table, shmem_node *node)
+template <const TableDescription &table, uint32_t operation>
+uint32_t update_nps(shmem_node &node)
+{
+    prm_config_record record;
+    fill(record, node.app_node, operation << PRM_REFNUM_OP_SHIFT | table.table_kind);
+    return TableUpdate<table, operation>(node, record).run();
+}
+
+template <const TableDescription &table>
+uint32_t update_table(shmem_node &node)
+{
+    switch (node.app_node.action) {
+    case SHADOW_DB_CREATE:
+        return update_nps<table, PRM_OP_ADD>(node);
+    case SHADOW_DB_MODIFY:
+        return update_nps<table, PRM_OP_MODIFY>(node);
+    default:
+        return update_nps<table, PRM_OP_DELETE>(node);
+    }
+}
+
+// Whether the node can be sent; 22 when not.
+uint32_t check(const shmem_node *node)
 {
     if (node == nullptr || pgbl_ptr == nullptr || pgbl_ptr->shadow_db == nullptr) {
-        inline_svc_trace_error("table update without node or context");
+        static constexpr char text[] = "table update without node or context";
+        INLINE_SVC_SITE(ED_ERROR_BUFFER, "update_table", text);
         return EINVAL;
     }
     const app_node &entry = node->app_node;
     if (entry.key_len > SHADOW_DB_KEY_BYTES || entry.result_len > SHADOW_DB_RESULT_BYTES) {
         static constexpr char text[] = "key_len %d or result_len %d is too long";
-        inline_svc_trace_error(text, entry.key_len, entry.result_len);
+        INLINE_SVC_SITE(ED_ERROR_BUFFER, "update_table", text, entry.key_len, entry.result_len);
         return EINVAL;
     }
-    switch (entry.action) {
-    case SHADOW_DB_CREATE:
-        return TableUpdate(table, *node, PRM_OP_ADD).run(&TableUpdate::add);
-    case SHADOW_DB_MODIFY:
-        return TableUpdate(table, *node, PRM_OP_MODIFY).run(&TableUpdate::modify);
-    case SHADOW_DB_DELETE:
-        return TableUpdate(table, *node, PRM_OP_DELETE).run(&TableUpdate::remove);
-    default:
+    if (entry.action != SHADOW_DB_CREATE && entry.action != SHADOW_DB_MODIFY &&
+        entry.action != SHADOW_DB_DELETE) {
         // Kept: the text names this table for the other one too.
-        inline_svc_trace_error("action for service config prm table is INVALID \n");
+        static constexpr char text[] = "action for service config prm table is INVALID \n";
+        INLINE_SVC_SITE(ED_ERROR_BUFFER, "update_table", text);
         return EINVAL;
     }
+    return 0;
 }
 
 } // namespace
 
 uint32_t inline_svc_prm_service_table_update(shmem_node *node)
 {
-    return update_table(service_config_table, node);
+    const uint32_t rc = check(node);
+    return rc != 0 ? rc : update_table<service_config_table>(*node);
 }
 
 uint32_t inline_svc_prm_ext_table_update(shmem_node *node)
 {
-    return update_table(ext_conf_table, node);
+    const uint32_t rc = check(node);
+    return rc != 0 ? rc : update_table<ext_conf_table>(*node);
 }
 
 uint32_t inline_svc_prm_update(shmem_node *node)

@@ -34,15 +34,27 @@ static_assert(offsetof(app_node_element, app_node.key) + printed_key_bytes <=
 
 // ---- shared memory -----------------------------------------------------------------------------
 
-void *inline_svc_shared_mem_alloc(int32_t size)
+namespace {
+
+// With what was in it before.
+void *take_block(int32_t size)
 {
     void *block = nullptr;
     const uint32_t rc = pgbl_ptr == nullptr ? static_cast<uint32_t>(ENOMEM)
                                             : shmwin_malloc(pgbl_ptr->shmwin_id, size, &block);
     if (rc != 0) {
-        inline_svc_trace_error("shared memory alloc failed %x %d", rc, size);
+        static constexpr char text[] = "shared memory alloc failed %x %d";
+        INLINE_SVC_SITE(ED_ERROR_BUFFER, "inline_svc_shared_mem_alloc", text, rc, size);
         return nullptr;
     }
+    return block;
+}
+
+} // namespace
+
+void *inline_svc_shared_mem_alloc(int32_t size)
+{
+    void *block = take_block(size);
     if (block != nullptr && size > 0) // the window hands out what was used before
         memset(block, 0, static_cast<size_t>(size));
     return block;
@@ -275,6 +287,14 @@ void overwrite(shmem_node &node, const app_node &content)
     node.app_node.shmem_node = &node;
 }
 
+// What a request does not bring is zero; only that is cleared, for a node is mostly request.
+void make_node(shmem_node &node, const app_node &content)
+{
+    node.link = {};
+    node.app_node = content;
+    memset(node.stat_index_rx, 0, sizeof node - offsetof(shmem_node, stat_index_rx));
+}
+
 void free_node(shmem_node *node)
 {
     node->app_node.shmem_node = nullptr;
@@ -312,12 +332,12 @@ uint32_t create_node(uint32_t key, const app_node_element &request)
         return ENOMEM;
 
     // Kept: a list that was made for a node that cannot be allocated stays.
-    auto *node = static_cast<shmem_node *>(inline_svc_shared_mem_alloc(sizeof(shmem_node)));
+    auto *node = static_cast<shmem_node *>(take_block(sizeof(shmem_node)));
     if (node == nullptr) {
         inline_svc_trace_error("shared mem node allocation failed");
         return ENOMEM;
     }
-    node->app_node = request.app_node; // the link and the counters stay zero
+    make_node(*node, request.app_node);
 
     const uint32_t rc = inline_svc_prm_update(node);
     if (rc != 0) {
