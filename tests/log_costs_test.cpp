@@ -2,7 +2,6 @@
 // allocations and locks. The program's own clock goes on by the time that a line takes, so that
 // the counts are the same on any machine.
 
-#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
@@ -27,14 +26,15 @@ namespace {
 constexpr int64_t line_nanoseconds = 900;
 int64_t time_of_day = 1'700'000'000'000'000'000;
 
-// While true, what the library and libc ask of the process is counted.
-std::atomic<bool> is_counting = false;
-std::atomic<size_t> allocations = 0;
-std::atomic<size_t> locks = 0;
+// While true, what the library and libc ask of the process is counted. Plain words: the loader asks
+// for memory before a sanitizer is ready.
+bool is_counting = false;
+size_t allocations = 0;
+size_t locks = 0;
 
 std::mutex a_mutex;
 
-void note(std::atomic<size_t> &count)
+void note(size_t &count)
 {
     if (is_counting)
         ++count;
@@ -106,7 +106,7 @@ protected:
         return stat(test::log_path, &status) == 0 ? static_cast<size_t>(status.st_size) : 0;
     }
 
-    static size_t counted(std::atomic<size_t> &count, const std::function<void()> &work)
+    static size_t counted(size_t &count, const std::function<void()> &work)
     {
         count = 0;
         is_counting = true;
