@@ -6,6 +6,7 @@
 
 #include <sys/mman.h>
 
+#include "platform_card.h"
 #include "platform_encoders.h"
 #include "platform_error_text.h"
 #include "platform_event_debug.h"
