@@ -126,6 +126,7 @@ void add_row(const std::string &what, bool with_counters, double gate, double ai
          .operations = inserts_a_slice,
          .gate = gate,
          .aim = aim,
+         .long_slices = true,
          .between = [=] { inserts_of(with_counters).tidy(); }});
 }
 

@@ -1,5 +1,6 @@
 // The pass that reads every entry's counters and tells the services.
 
+#include <algorithm>
 #include <csignal>
 #include <cstring>
 
@@ -176,6 +177,98 @@ TEST_F(StatCollection, AServiceThatDeletesItsLastEntryHearsNoMoreOfThatKey)
                                 {2, 79, entry, 0, 0},
                                 {2, 0, end, 1, 0}}));
     EXPECT_EQ(root->main_table[1], nullptr);
+}
+
+// A service that, hearing of its first key, deletes what the next ones hold.
+void report_and_delete_next_keys(uint32_t uidb_index, uint32_t entry_id, uint32_t phase, uint32_t a,
+                                 uint32_t b)
+{
+    report(uidb_index, entry_id, phase, a, b);
+    if (uidb_index != 1 || entry_id != 70)
+        return;
+    for (const uint16_t key : {uint16_t{2}, uint16_t{3}}) {
+        Batch removed(key);
+        removed.remove(stored_node(key, 80));
+        EXPECT_EQ(inline_svc_shadow_db_insert_action_array(removed.get()), 0u);
+    }
+}
+
+TEST_F(StatCollection, WhatAServiceDeletesUnderALaterKeyIsNotReported)
+{
+    context.app_stats_handler[1] = report_and_delete_next_keys;
+    create(1, 70);
+    for (const uint32_t entry_id : {79u, 80u, 81u})
+        create(2, entry_id);
+    create(3, 80);
+    EXPECT_EQ(inline_svc_stats_collection(), 0u);
+    EXPECT_EQ(reports, (Reports{{1, 0, begin, 0, 0},
+                                {1, 70, entry, 0, 0},
+                                {1, 0, end, 1, 0},
+                                {2, 0, begin, 0, 0},
+                                {2, 79, entry, 0, 0},
+                                {2, 81, entry, 0, 0},
+                                {2, 0, end, 1, 0}}));
+}
+
+// Nodes that lie far from each other, in lists that are longer than what is fetched at once.
+TEST_F(StatCollection, LongScatteredListsComeInTheirOrder)
+{
+    constexpr size_t distance = 8;
+    constexpr uint32_t length = 150;
+    std::vector<shmem_node> nodes(distance * length);
+    for (uint16_t key = 1; key <= 3; ++key)
+        create(key, 1000);
+    Reports expected;
+    for (uint32_t key = 1; key <= 3; ++key) {
+        expected.push_back({key, 0, begin, 0, 0});
+        expected.push_back({key, 1000, entry, 0, 0});
+        list_record &list = root->main_table[key]->table_array[0];
+        for (uint32_t i = 0; i < length; ++i) {
+            const size_t place = (i * 7 % length) * distance + key;
+            shmem_node &node = nodes[place];
+            node.app_node.entry_id = i;
+            node.app_node.shmem_node = &node;
+            std::fill_n(node.stat_index_rx, 2, 0xC00000 + i);
+            ASSERT_EQ(list_enqueue_default(&list, &node, &node), uint32_t{LIST_OK});
+            expected.push_back({key, i, entry, 0, 0});
+        }
+        expected.push_back({key, 0, end, 1, 0});
+    }
+    EXPECT_EQ(inline_svc_stats_collection(), 0u);
+    EXPECT_EQ(reports, expected);
+    for (uint16_t key = 1; key <= 3; ++key) { // the window's nodes alone are the card's to look at
+        list_record &list = root->main_table[key]->table_array[0];
+        while (list.first != list.last)
+            list_remove_default(&list, list.last, list.last);
+    }
+}
+
+TEST_F(StatCollection, WhatStandsBehindALinkWithoutANodeIsNotLookedAt)
+{
+    create(1, 70);
+    create(2, 80);
+    list_link *first = root->main_table[1]->table_array[0].first;
+    void *const node = first->data;
+    first->data = nullptr;
+    first->next = reinterpret_cast<list_link *>(uintptr_t{16});
+    EXPECT_EQ(inline_svc_stats_collection(), 0u);
+    EXPECT_EQ(reports.at(0), (Report{1, 0, begin, 0, 0}));
+    EXPECT_EQ(reports.at(1), (Report{2, 0, begin, 0, 0}));
+    first->data = node;
+    first->next = nullptr;
+}
+
+TEST_F(StatCollection, ListsOfAKeyWithoutACallbackAreNotLookedAt)
+{
+    main_entry damaged = {};
+    damaged.table_array[0].first = reinterpret_cast<list_link *>(uintptr_t{16});
+    create(1, 70);
+    root->main_table[0x100] = &damaged; // a type without a callback
+    root->main_table[1024] = &damaged;  // none
+    EXPECT_EQ(inline_svc_stats_collection(), 0u);
+    EXPECT_EQ(reports.size(), 3u);
+    EXPECT_EQ(log(), (Log{"stat callback is not initialized", "Invalid app_type 0"}));
+    root->main_table[0x100] = root->main_table[1024] = nullptr;
 }
 
 TEST_F(StatCollection, AnEmptyCardIsCollectedWithoutACall)
