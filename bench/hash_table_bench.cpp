@@ -106,15 +106,6 @@ constexpr LookupRow lookup_rows[] = {
     {"absl::node_hash_map"},
 };
 
-// A peer that this machine lacks has its row in the table all the same.
-void add_absent(const std::string &what, std::string_view peer)
-{
-    benchmark::RegisterBenchmark(
-        what.c_str(), [why = std::string(peer) + " is not installed"](benchmark::State &state) {
-            state.SkipWithError(why.c_str());
-        });
-}
-
 void add_lookups(Form form, size_t flows, const char *size)
 {
     const bool is_dependent = form == Form::dependent;
@@ -123,7 +114,7 @@ void add_lookups(Form form, size_t flows, const char *size)
                                  (is_dependent ? "dependent, " : "independent, ") + size + " (" +
                                  std::string(row.reference) + ")";
         if (bench::peer_kind(row.reference).make == nullptr) {
-            add_absent(what, row.reference);
+            bench::add_absent(what, std::string(row.reference) + " is not installed");
             continue;
         }
         const Goal goal = !is_dependent      ? Goal{}

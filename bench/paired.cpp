@@ -103,4 +103,10 @@ void add_count(Count count)
         ->UseManualTime();
 }
 
+void add_absent(const std::string &what, const std::string &why)
+{
+    benchmark::RegisterBenchmark(
+        what.c_str(), [why](benchmark::State &state) { state.SkipWithError(why.c_str()); });
+}
+
 } // namespace bench

@@ -47,4 +47,7 @@ struct Count {
 };
 void add_count(Count count);
 
+// A row that cannot be measured here, and why.
+void add_absent(const std::string &what, const std::string &why);
+
 } // namespace bench

@@ -59,7 +59,7 @@ private:
 // either the old row or the new.
 class NpTable {
 public:
-    static constexpr uint32_t largest_capacity = uint32_t{1} << 20;
+    static constexpr uint32_t largest_capacity = 2'000'000;
 
     TableOutcome add(Bytes key, Bytes result);
     TableOutcome modify(Bytes key, Bytes result);

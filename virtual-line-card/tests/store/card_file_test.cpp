@@ -61,9 +61,9 @@ TEST_F(CardFiles, ANumberOutOfRangeIsRefusedWithItsPlaceAndTheRange)
 {
     EXPECT_EQ(told("[nps]\ncount = 9"), "2:9: 'nps.count' is 9, and must be 1 to 8");
     EXPECT_EQ(told("[nps]\ncount = 0"), "2:9: 'nps.count' is 0, and must be 1 to 8");
-    EXPECT_EQ(told("[nps]\next_conf_rows = 1048577"),
-              "2:17: 'nps.ext_conf_rows' is 1048577, and must be 1 to 1048576");
-    EXPECT_EQ(told("[nps]\nflow_rows = 0"), "2:13: 'nps.flow_rows' is 0, and must be 1 to 1048576");
+    EXPECT_EQ(told("[nps]\next_conf_rows = 2000001"),
+              "2:17: 'nps.ext_conf_rows' is 2000001, and must be 1 to 2000000");
+    EXPECT_EQ(told("[nps]\nflow_rows = 0"), "2:13: 'nps.flow_rows' is 0, and must be 1 to 2000000");
     EXPECT_EQ(told("[nps]\ndynamic_counters = 4194305"),
               "2:20: 'nps.dynamic_counters' is 4194305, and must be 0 to 4194304");
     EXPECT_EQ(told("[window]\n  mebibytes = 4097"),

@@ -102,18 +102,18 @@ TEST_F(FlowTableTest, SizesThatCannotBeAreRefused)
         });
     };
     const std::string card = elsewhere.path().string() + ": a card with ";
-    EXPECT_EQ(told(0, 0), card + "0 flow rows cannot be; 1 to 1048576 can");
-    EXPECT_EQ(told(1048577, 0), card + "1048577 flow rows cannot be; 1 to 1048576 can");
+    EXPECT_EQ(told(0, 0), card + "0 flow rows cannot be; 1 to 2000000 can");
+    EXPECT_EQ(told(2000001, 0), card + "2000001 flow rows cannot be; 1 to 2000000 can");
     EXPECT_EQ(told(1, 4194305), card + "4194305 dynamic counters cannot be; 0 to 4194304 can");
 }
 
 TEST_F(FlowTableTest, AMillionFlowsWithTwoCountersEachFit)
 {
-    constexpr uint32_t million = 1'000'000;
+    constexpr uint32_t million = 1'100'000; // so that some rows' numbers have more than 20 bits
     TestDirectory elsewhere;
     CardConfig config = card_of(1, 8, 8);
     config.flow_capacity = NpTable::largest_capacity;
-    config.dynamic_counters = 2 * NpTable::largest_capacity;
+    config.dynamic_counters = 2 * million;
     const auto key = [](const uint32_t &number) {
         return Bytes(reinterpret_cast<const uint8_t *>(&number), sizeof number);
     };

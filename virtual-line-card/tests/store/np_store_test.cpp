@@ -60,7 +60,7 @@ TEST_F(NpStores, OtherCapacitiesAreRefusedNamingBoth)
 TEST_F(NpStores, NumbersThatNoCardHasAreRefused)
 {
     for (const CardConfig &config :
-         {card_of(0, 8, 8), card_of(9, 8, 8), card_of(1, 0, 8), card_of(1, 8, 1048577)}) {
+         {card_of(0, 8, 8), card_of(9, 8, 8), card_of(1, 0, 8), card_of(1, 8, 2000001)}) {
         const std::string told = open_refusal(config);
         EXPECT_EQ(told.find(top.path().string() + ": a card with "), 0U) << told;
     }
