@@ -32,21 +32,6 @@
 #include "traced_calls.h"
 #include "usual_lines.h"
 
-// The facilities are not what is counted.
-uint32_t ed_init(ed_component *, uint64_t, uint64_t, uint64_t, uint64_t)
-{
-    return 0;
-}
-void ed_print_debug(ed_debug_point *, ed_component *, const uint64_t *, uint64_t, uint32_t,
-                    uint64_t, const char *, uint64_t)
-{
-}
-void ed_slow_debugs(ed_debug_point *, ed_component *, uint32_t *, const uint64_t *, uint64_t,
-                    uint32_t, uint64_t, const char *, uint64_t)
-{
-}
-void _ltrace(void *, uint64_t, ...) {}
-
 namespace {
 
 // Of one line; the clock is the machine's while there is none.

@@ -29,21 +29,6 @@
 #include "paired.h"
 #include "usual_lines.h"
 
-// The facilities are not what is measured.
-uint32_t ed_init(ed_component *, uint64_t, uint64_t, uint64_t, uint64_t)
-{
-    return 0;
-}
-void ed_print_debug(ed_debug_point *, ed_component *, const uint64_t *, uint64_t, uint32_t,
-                    uint64_t, const char *, uint64_t)
-{
-}
-void ed_slow_debugs(ed_debug_point *, ed_component *, uint32_t *, const uint64_t *, uint64_t,
-                    uint32_t, uint64_t, const char *, uint64_t)
-{
-}
-void _ltrace(void *, uint64_t, ...) {}
-
 namespace {
 
 using namespace bench::usual;
@@ -55,6 +40,7 @@ constexpr size_t stamp_length = 20;
 
 #define OURS(format, fmt_format, ...) [] { inline_svc_trace(format __VA_OPT__(, ) __VA_ARGS__); },
 using Speak = void (*)();
+constexpr const char *our_file = "/tmp/inline_svc_log";
 constexpr Speak our_lines[] = {USUAL_LINES(OURS)};
 constexpr size_t line_count = std::size(our_lines);
 
@@ -351,12 +337,14 @@ int main(int argc, char **argv)
     }
     bench::enter_own_tmp(argv[1]);
     const std::string file_system = argv[2];
+    for (const char *appended : {our_file, stdio_file})
+        std::remove(appended); // what an earlier run left
     const ReadyLines ready("/tmp/ready_lines");
     for (const Peer &peer : peers) {
         peer.begin();
         expect_usual_lines(ready, peer.file, peer.speak);
     }
-    expect_usual_lines(ready, "/tmp/inline_svc_log", speak_ours);
+    expect_usual_lines(ready, our_file, speak_ours);
     expect_usual_lines(ready, stdio_file, speak_stdio);
     begin_glog();
     benchmark::AddCustomContext("bytes_a_line", std::to_string(ready.average_bytes()));

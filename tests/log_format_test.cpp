@@ -15,6 +15,7 @@
 #include "inline_service_stat.h"
 #include "log_file.h"
 #include "service_recorder.h"
+#include "unreadable_end.h"
 #include "vlc/service_tap.h"
 
 namespace {
@@ -127,6 +128,19 @@ TEST_F(LogTextsOfStrings, ReadAsTheyAre)
     EXPECT_EQ(message_about("100 % of %s"),
               " Cannot read stat  stats of chip 0 for , RC= 100 % of %s\n");
     EXPECT_EQ(message_about(""), " Cannot read stat  stats of chip 0 for , RC= \n");
+}
+
+TEST_F(LogTextsOfStrings, AreReadNoFurtherThanTheirEnd)
+{
+    const test::UnreadableEnd memory(100);
+    for (size_t length = 0; length < 70; ++length) {
+        const std::string text(length, 'x');
+        char *const place = reinterpret_cast<char *>(memory.last(length + 1));
+        text.copy(place, length);
+        place[length] = '\0';
+        EXPECT_EQ(message_about(place),
+                  " Cannot read stat  stats of chip 0 for , RC= " + text + "\n");
+    }
 }
 
 TEST_F(LogTextsOfStrings, ThatAreNullReadAsPrintfWritesThem)

@@ -1,6 +1,7 @@
 #include "inline_service_log.h"
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -8,11 +9,22 @@
 #include <cstring>
 #include <ctime>
 
+#if defined(__SSE2__)
+#include <immintrin.h>
+#endif
 #include <pthread.h>
 #include <unistd.h>
 
 #include "inline_service_context.h"
 #include "inline_service_regular_file.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define READS_ARE_CHECKED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define READS_ARE_CHECKED 1
+#endif
+#endif
 
 // The ends of the section that holds the debug points, made by the linker.
 extern "C" {
@@ -25,6 +37,7 @@ namespace {
 
 constexpr char log_path[] = "/tmp/inline_svc_log";
 constexpr int32_t log_size_limit = 10000000;
+[[maybe_unused]] constexpr size_t smallest_page = 4096;
 
 } // namespace
 
@@ -211,6 +224,30 @@ void LogStream::write_rest(const LogLine &line, long written)
     }
     if (written < 0)
         errno = static_cast<int>(-written);
+}
+
+// Measured and copied at once, 16 bytes a step: most texts end within two, sooner than libc's
+// functions for both are found and called. A step may read behind a text's end, but never into
+// another page; what checks each read gets the plain way.
+char *put_text(char *out, const char *end, const char *text)
+{
+    if (text == nullptr)
+        text = "(null)";
+#if defined(__SSE2__) && !defined(READS_ARE_CHECKED)
+    for (; out < end; out += sizeof(__m128i), text += sizeof(__m128i)) {
+        if (reinterpret_cast<uintptr_t>(text) % smallest_page > smallest_page - sizeof(__m128i))
+            break;
+        const __m128i step = _mm_loadu_si128(reinterpret_cast<const __m128i *>(text));
+        _mm_storeu_si128(reinterpret_cast<__m128i *>(out), step);
+        const int ends = _mm_movemask_epi8(_mm_cmpeq_epi8(step, _mm_setzero_si128()));
+        if (ends != 0)
+            return out + std::min(std::countr_zero(static_cast<unsigned>(ends)),
+                                  static_cast<int>(end - out));
+    }
+#endif
+    const size_t length = out < end ? strnlen(text, static_cast<size_t>(end - out)) : 0;
+    memcpy(out, text, length);
+    return out + length;
 }
 
 char *print_line(LogLine *line, char *out, const char *format, ...)

@@ -55,7 +55,7 @@ public:
 
 private:
     bool has_written(long written);
-    void write_rest(const LogLine &line, long written);
+    [[gnu::cold]] void write_rest(const LogLine &line, long written);
     void flush_held();
     bool open(bool truncate);
     bool begin_anew();
@@ -122,7 +122,7 @@ inline bool has_event_debug(const ed_debug_point &point)
 }
 // Gives the message to the event-debug facility if the site's flags say so. Returns whether the
 // site's trace event is to be sent.
-bool give_to_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words);
+[[gnu::cold]] bool give_to_event_debug(ed_debug_point &point, uint32_t line, const uint64_t *words);
 
 inline void *trace_buffer_of(const ed_debug_point &point)
 {

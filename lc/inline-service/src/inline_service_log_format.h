@@ -3,8 +3,9 @@
 // A line costs little more than its write, and of the rest a printf that reads its format anew
 // would be most. So a site's format becomes straight code: its literal text copied in pieces of
 // known length, its numbers written in place, with few branches, since behind a system call the
-// machine guesses them badly. A format with anything else in it is not `simple`, and printf does
-// it.
+// machine guesses them badly. What takes more than a few instructions is a function: a write leaves
+// little of a site in the machine's first cache, so a site is kept short. A format with anything
+// else in it is not `simple`, and printf does it.
 #pragma once
 
 #include <algorithm>
@@ -111,12 +112,8 @@ constexpr size_t digits_of(uint64_t value)
 }
 
 template <typename Number>
-[[gnu::always_inline]] inline char *put_decimal(char *out, Number value)
+[[gnu::noinline]] char *put_large_decimal(char *out, Number value)
 {
-    if (value < 10) { // most are
-        *out = static_cast<char>('0' + value);
-        return out + 1;
-    }
     char *const end = out + digits_of(value);
     char *first = end;
     for (; value >= 100; value /= 100) {
@@ -130,9 +127,19 @@ template <typename Number>
     return end;
 }
 
+template <typename Number>
+[[gnu::always_inline]] inline char *put_decimal(char *out, Number value)
+{
+    if (value < 10) { // most are
+        *out = static_cast<char>('0' + value);
+        return out + 1;
+    }
+    return put_large_decimal(out, value);
+}
+
 // All eight digits at once and those in front shifted out: a loop over them would end at another
 // place for each number. Writes eight bytes, however few of them count.
-[[gnu::always_inline]] inline char *put_eight(char *out, uint32_t value, size_t at_least)
+[[gnu::noinline]] inline char *put_eight(char *out, uint32_t value, size_t at_least)
 {
     static_assert(std::endian::native == std::endian::little);
     uint64_t digits = value;
@@ -162,15 +169,9 @@ template <typename Number>
     return put_eight(out, low, at_least);
 }
 
-// Kept: as printf has it, a null text reads "(null)".
-[[gnu::always_inline]] inline char *put_text(char *out, const char *end, const char *text)
-{
-    if (text == nullptr)
-        text = "(null)";
-    const size_t length = out < end ? strnlen(text, static_cast<size_t>(end - out)) : 0;
-    std::memcpy(out, text, length);
-    return out + length;
-}
+// Kept: as printf has it, a null text reads "(null)". What is written behind the returned end, up
+// to 15 bytes, does not count.
+char *put_text(char *out, const char *end, const char *text);
 
 // Kept: as printf has it, a null pointer reads "(nil)".
 [[gnu::always_inline]] inline char *put_address(char *out, uint64_t address)
