@@ -167,9 +167,9 @@ bool LogStream::is_certainly_short(int64_t since_last) const
     return since_last > 0 && static_cast<int64_t>(last_ - asked_) <= room / fastest_growth;
 }
 
-// Another process that makes the file longer without writing the bytes, or writes behind a hole, is
-// noticed when the position is asked for next: at most 0.6 ms late, which is how long the longest
-// file would take to be written.
+// What another process does to the file is noticed when the position is asked for next: one that
+// truncates it, and so makes it longer at once or leaves a hole behind which others write, may have
+// it begun again up to 0.6 ms late, which is how long the longest file would take to be written.
 bool LogStream::past_limit(const timespec &now)
 {
     const uint64_t nanoseconds = nanoseconds_of(now);
