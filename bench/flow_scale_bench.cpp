@@ -27,8 +27,8 @@ using bench::FlowWork;
 using bench::FlowWorker;
 
 constexpr uint32_t small_size = 10'000;
-constexpr uint32_t slice_flows = 500; // as few as are rarely interrupted
-constexpr uint32_t most_pairs = 199;  // and the slice that comes before them
+constexpr uint32_t slice_flows = 2'000;
+constexpr uint32_t most_pairs = 199; // and the slice that comes before them
 
 struct Size {
     uint32_t flows;
@@ -99,6 +99,7 @@ void add_row(Cards &cards, const Size &size, FlowWork work)
     const auto other = [=, &cards](size_t operations) {
         cards.small().work(work, static_cast<uint32_t>(operations));
     };
+    const auto spent = [=, &cards] { return cards.small().spent() + cards.large(flows).spent(); };
     const auto between = [=, &cards] {
         go_on(cards.large(flows), work);
         const bool is_done = cards.small().held() == (work == FlowWork::add ? small_size : 0);
@@ -114,6 +115,7 @@ void add_row(Cards &cards, const Size &size, FlowWork work)
                      .gate = size.gate,
                      .aim = size.aim,
                      .pairs = pairs_of(flows),
+                     .clock = spent,
                      .between = between});
 }
 

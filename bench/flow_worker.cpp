@@ -4,6 +4,7 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <exception>
 #include <memory>
 #include <numeric>
@@ -35,6 +36,18 @@ struct Order {
     FlowWork work;
     uint32_t flows;
 };
+
+struct Report {
+    bool good;
+    double spent; // time of the processor, in nanoseconds
+};
+
+double processor_time()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
+}
 
 uint32_t bucket_count = 0;
 
@@ -119,22 +132,15 @@ void serve(int connection, const std::filesystem::path &directory, uint32_t flow
 {
     enter_own_tmp(directory);
     FlowsOfCard card(flows);
-    bool good = pshadow_db->flow_db != nullptr;
-    Order order{};
-    do {
-        if (write(connection, &good, sizeof good) != sizeof good)
-            return;
+    Report report{pshadow_db->flow_db != nullptr, 0};
+    while (write(connection, &report, sizeof report) == sizeof report) {
+        Order order{};
         if (read(connection, &order, sizeof order) != sizeof order)
             return;
-        good = card.carry_out(order);
-    } while (true);
-}
-
-void expect_good(int connection)
-{
-    bool good = false;
-    if (read(connection, &good, sizeof good) != sizeof good || !good)
-        throw std::runtime_error("a card refuses a flow, or has ended");
+        const double begin = processor_time();
+        report.good = card.carry_out(order);
+        report.spent += processor_time() - begin;
+    }
 }
 
 std::filesystem::path made_directory(const std::filesystem::path &parent)
@@ -169,7 +175,7 @@ FlowWorker::FlowWorker(const std::filesystem::path &parent, uint32_t flows)
     }
     close(ends[1]);
     connection_ = ends[0];
-    expect_good(connection_);
+    read_report();
 }
 
 FlowWorker::~FlowWorker()
@@ -186,8 +192,16 @@ void FlowWorker::work(FlowWork work, uint32_t flows)
     const Order order{work, flows};
     if (write(connection_, &order, sizeof order) != sizeof order)
         throw std::runtime_error("a card has ended");
-    expect_good(connection_);
+    read_report();
     held_ = work == FlowWork::add ? held_ + flows : held_ - flows;
+}
+
+void FlowWorker::read_report()
+{
+    Report report{};
+    if (read(connection_, &report, sizeof report) != sizeof report || !report.good)
+        throw std::runtime_error("a card refuses a flow, or has ended");
+    spent_ = report.spent;
 }
 
 uint64_t FlowWorker::bytes_for(uint32_t flows)

@@ -27,6 +27,8 @@ public:
     // Through the flow service's entry points: flows come in one order and go in another one.
     // Throws when one of them is refused.
     void work(FlowWork work, uint32_t flows);
+    // Time that the processor has spent on that, in nanoseconds.
+    double spent() const { return spent_; }
     uint32_t held() const { return held_; } // flows that are there
     uint32_t most() const { return most_; }
 
@@ -34,9 +36,12 @@ public:
     static uint64_t bytes_for(uint32_t flows);
 
 private:
+    void read_report();
+
     std::filesystem::path directory_;
     uint32_t most_;
     uint32_t held_ = 0;
+    double spent_ = 0;
     pid_t process_ = -1;
     int connection_ = -1;
 };

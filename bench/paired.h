@@ -32,6 +32,7 @@ struct Pair {
     double aim = 0;
     size_t pairs = 301;
     bool long_slices = false;           // others get the processor meanwhile: its time is measured
+    std::function<double()> clock = {}; // in nanoseconds, for work that other processes do
     std::function<void()> between = {}; // slices, not measured: what is used up is made anew
 };
 
