@@ -141,8 +141,11 @@ std::vector<std::string> source_lines(const std::string &file)
 // The line of the macro's name for any line of a call; compilers differ in which one they count.
 size_t line_of_call(const std::vector<std::string> &lines, size_t line)
 {
-    while (line > 0 && lines.at(line - 1).find("inline_svc_trace") == std::string::npos &&
-           lines.at(line - 1).find("ROW_") == std::string::npos)
+    const auto calls = [](const std::string &text) {
+        return text.find("inline_svc_trace") != text.npos || text.find("ROW_") != text.npos ||
+               text.find("INLINE_SVC_SITE") != text.npos;
+    };
+    while (line > 0 && !calls(lines.at(line - 1)))
         --line;
     return line;
 }
