@@ -203,12 +203,12 @@ void sizes(benchmark::internal::Benchmark *family)
     family->ArgName("flows");
 }
 
-BENCHMARK(lookup)->Apply(sizes);
-BENCHMARK(lookup_unordered_map)->Apply(sizes);
-BENCHMARK(delete_and_insert)->Apply(sizes);
-BENCHMARK(read_all)->Apply(sizes);
-BENCHMARK(walk)->Apply(sizes);
-BENCHMARK(add_and_delete)->Apply(sizes);
+BENCHMARK(lookup)->Name("curve/lookup")->Apply(sizes);
+BENCHMARK(lookup_unordered_map)->Name("curve/lookup_unordered_map")->Apply(sizes);
+BENCHMARK(delete_and_insert)->Name("curve/delete_and_insert")->Apply(sizes);
+BENCHMARK(read_all)->Name("curve/read_all")->Apply(sizes);
+BENCHMARK(walk)->Name("curve/walk")->Apply(sizes);
+BENCHMARK(add_and_delete)->Name("curve/add_and_delete")->Apply(sizes);
 
 } // namespace
 
