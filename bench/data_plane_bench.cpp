@@ -1,59 +1,30 @@
 // A packet of a real capture through the data plane of an embedded card, against a bare loop that
 // reads the same packets and counts them.
 #include <cstdio>
-#include <set>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include "bench_card.h"
+#include "packets_in_memory.h"
 #include "paired.h"
 #include "traffic_meter.h"
-#include "vlc/capture_reader.h"
-#include "vlc/data_plane.h"
 
 namespace {
 
 constexpr uint32_t nps = 8;
 constexpr size_t destinations = 500; // an entry of each for itself, and one for its address
 
-class Capture {
-public:
-    explicit Capture(const char *file)
-    {
-        vlc::CaptureReader reader(file);
-        vlc::CapturedPacket packet{};
-        while (reader.next(&packet)) {
-            bytes_.emplace_back(packet.bytes.begin(), packet.bytes.end());
-            packets_.push_back(packet);
-        }
-        for (size_t i = 0; i < packets_.size(); ++i) {
-            packets_[i].bytes = bytes_[i];
-            packets_[i].capture = "capture";
-        }
-    }
-
-    const std::vector<vlc::CapturedPacket> &packets() const { return packets_; }
-
-    std::vector<services::Destination> destinations_and_others() const
-    {
-        std::set<services::Destination> found;
-        for (const vlc::CapturedPacket &packet : packets_) {
-            const vlc::ParsedPacket parsed = vlc::parse_packet(packet);
-            if (parsed.unreadable == vlc::Unreadable::none && found.size() < destinations)
-                found.insert({parsed.tuple.protocol, parsed.tuple.destination,
-                              parsed.tuple.destination_port});
-        }
-        std::vector<services::Destination> wanted(found.begin(), found.end());
-        for (uint32_t other = 0x0A000001; wanted.size() < destinations; ++other)
-            wanted.push_back({17, other, 53});
-        return wanted;
-    }
-
-private:
-    std::vector<std::vector<uint8_t>> bytes_;
-    std::vector<vlc::CapturedPacket> packets_;
-};
+// Those of the packets first, as far as there is room.
+std::vector<services::Destination> entries_for(const bench::PacketsInMemory &packets)
+{
+    std::vector<services::Destination> wanted = packets.destinations();
+    if (wanted.size() > destinations)
+        wanted.resize(destinations);
+    for (uint32_t other = 0x0A000001; wanted.size() < destinations; ++other)
+        wanted.push_back({17, other, 53});
+    return wanted;
+}
 
 // The least that does the same: the packet is read by the same parser, and counted on the entries
 // that it meets on its NP, in one table of words that is inlined here and written for nothing else.
@@ -149,10 +120,10 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: data_plane_bench CAPTURE [--benchmark_...]\n");
         return 2;
     }
-    const Capture capture(argv[1]);
+    const bench::PacketsInMemory capture(argv[1]);
     bench::BenchCard card(card_of_eight());
     services::TrafficMeter meter;
-    const std::vector<services::Destination> wanted = capture.destinations_and_others();
+    const std::vector<services::Destination> wanted = entries_for(capture);
     const auto programmed = meter.program(wanted, [&card](size_t, size_t) {
         card.run_events();
         return true;
@@ -163,7 +134,7 @@ int main(int argc, char **argv)
     }
     card.run_events();
 
-    const std::vector<vlc::CapturedPacket> &packets = capture.packets();
+    const std::vector<vlc::CapturedPacket> &packets = capture.all();
     vlc::RunningCard &access = card.card().access();
     size_t place = 0;
     BareLoop bare(packets, wanted);

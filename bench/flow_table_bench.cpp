@@ -16,33 +16,12 @@
 #include "flow_layout.h"
 #include "inline_service_context.h"
 #include "inline_service_flowdb.h"
+#include "numbered_flows.h"
 
 namespace {
 
 constexpr int64_t fewest = 1000;
 constexpr int64_t most = 1'024'000;
-
-uint32_t bucket_count = 0;
-
-uint64_t key_of(uint64_t number)
-{
-    number = (number ^ number >> 33) * 0xFF51AFD7ED558CCD;
-    return number ^ number >> 29;
-}
-
-int32_t bucket_of_flow(const void *record)
-{
-    const uint64_t key = static_cast<const flow_record *>(record)->flow_key;
-    return static_cast<int32_t>((key >> 32) * bucket_count >> 32);
-}
-
-int32_t has_key(const void *record, const void *key_record)
-{
-    return static_cast<const flow_record *>(record)->flow_key ==
-                   static_cast<const flow_record *>(key_record)->flow_key
-               ? 1
-               : 0;
-}
 
 // The order in which flows are met: one round through all, each naming the next.
 std::vector<uint64_t> round_of(uint64_t flows)
@@ -53,7 +32,7 @@ std::vector<uint64_t> round_of(uint64_t flows)
     std::shuffle(order.begin(), order.end(), std::mt19937_64(1));
     std::vector<uint64_t> next(flows);
     for (uint64_t place = 0; place < flows; ++place)
-        next[order[place]] = key_of(order[(place + 1) % flows]);
+        next[order[place]] = bench::flow_key_of(order[(place + 1) % flows]);
     return next;
 }
 
@@ -86,12 +65,12 @@ public:
         card_.reset(); // one at a time
         card_ = std::make_unique<bench::BenchCard>(large_card());
         flows_ = flows;
-        bucket_count = static_cast<uint32_t>(flows);
-        table_ = flowdb_init(bucket_count, bucket_of_flow, has_key);
+        bench::flow_buckets = static_cast<uint32_t>(flows);
+        table_ = flowdb_init(bench::flow_buckets, bench::bucket_of_flow, bench::has_flow_key);
         const std::vector<uint64_t> next = round_of(flows);
         for (uint64_t number = 0; number < flows; ++number) {
             flow_record *record = flowdb_alloc();
-            record->flow_key = key_of(number);
+            record->flow_key = bench::flow_key_of(number);
             set_next(*record, next[number]);
             in_hash_insert(table_, record);
         }
@@ -111,7 +90,7 @@ FlowTable flow_table;
 void lookup(benchmark::State &state)
 {
     in_hash_table *table = flow_table.filled(static_cast<uint64_t>(state.range(0)));
-    uint64_t key = key_of(0);
+    uint64_t key = bench::flow_key_of(0);
     for (auto _ : state)
         key = next_of(*flowdb_lookup(table, key));
     benchmark::DoNotOptimize(key);
@@ -125,8 +104,8 @@ void lookup_unordered_map(benchmark::State &state)
     map.reserve(flows);
     const std::vector<uint64_t> next = round_of(flows);
     for (uint64_t number = 0; number < flows; ++number)
-        set_next(map[key_of(number)], next[number]);
-    uint64_t key = key_of(0);
+        set_next(map[bench::flow_key_of(number)], next[number]);
+    uint64_t key = bench::flow_key_of(0);
     for (auto _ : state)
         key = next_of(map.find(key)->second);
     benchmark::DoNotOptimize(key);
@@ -135,7 +114,7 @@ void lookup_unordered_map(benchmark::State &state)
 void delete_and_insert(benchmark::State &state)
 {
     in_hash_table *table = flow_table.filled(static_cast<uint64_t>(state.range(0)));
-    uint64_t key = key_of(0);
+    uint64_t key = bench::flow_key_of(0);
     for (auto _ : state) {
         flow_record *record = flowdb_lookup(table, key);
         key = next_of(*record);
@@ -189,8 +168,8 @@ void add_and_delete(benchmark::State &state)
     for (auto _ : state) {
         flow_layout::FlowInfo info;
         info.tuple.source = static_cast<uint32_t>(number);
-        dpss_flow_add_modify(key_of(number), FLOW_ALL_NPS, 1, &info);
-        dpss_flow_delete(key_of(number));
+        dpss_flow_add_modify(bench::flow_key_of(number), FLOW_ALL_NPS, 1, &info);
+        dpss_flow_delete(bench::flow_key_of(number));
         if (++number % 256 == 0)
             flow_table.run_events(); // the answers
     }

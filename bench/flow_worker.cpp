@@ -21,6 +21,7 @@
 #include "flow_layout.h"
 #include "inline_service_context.h"
 #include "inline_service_flowdb.h"
+#include "numbered_flows.h"
 #include "own_tmp.h"
 
 namespace bench {
@@ -49,28 +50,6 @@ double processor_time()
     return static_cast<double>(time.tv_sec) * 1e9 + static_cast<double>(time.tv_nsec);
 }
 
-uint32_t bucket_count = 0;
-
-uint64_t key_of(uint64_t number)
-{
-    number = (number ^ number >> 33) * 0xFF51AFD7ED558CCD;
-    return number ^ number >> 29;
-}
-
-int32_t bucket_of_flow(const void *record)
-{
-    const uint64_t key = static_cast<const flow_record *>(record)->flow_key;
-    return static_cast<int32_t>((key >> 32) * bucket_count >> 32);
-}
-
-int32_t has_key(const void *record, const void *key_record)
-{
-    return static_cast<const flow_record *>(record)->flow_key ==
-                   static_cast<const flow_record *>(key_record)->flow_key
-               ? 1
-               : 0;
-}
-
 vlc::CardConfig card_for(uint32_t flows)
 {
     vlc::CardConfig config;
@@ -86,8 +65,8 @@ class FlowsOfCard {
 public:
     explicit FlowsOfCard(uint32_t flows) : card_(card_for(flows)), leaving_(flows)
     {
-        bucket_count = flows;
-        pshadow_db->flow_db = flowdb_init(flows, bucket_of_flow, has_key);
+        bench::flow_buckets = flows;
+        pshadow_db->flow_db = flowdb_init(flows, bench::bucket_of_flow, bench::has_flow_key);
         dpss_flow_table_init(0, 0, 0, 0);
         std::iota(leaving_.begin(), leaving_.end(), 0);
         std::shuffle(leaving_.begin(), leaving_.end(), std::mt19937(1));
@@ -108,16 +87,17 @@ private:
     bool add_next()
     {
         const uint32_t number = added_;
-        added_ = (added_ + 1) % bucket_count;
+        added_ = (added_ + 1) % bench::flow_buckets;
         flow_layout::FlowInfo info;
         info.tuple.source = number;
-        return dpss_flow_add_modify(key_of(number), number % FlowWorker::nps, 1, &info) == 0;
+        return dpss_flow_add_modify(bench::flow_key_of(number), number % FlowWorker::nps, 1,
+                                    &info) == 0;
     }
     bool remove_next()
     {
         const uint32_t number = leaving_[removed_];
-        removed_ = (removed_ + 1) % bucket_count;
-        return dpss_flow_delete(key_of(number)) == 0;
+        removed_ = (removed_ + 1) % bench::flow_buckets;
+        return dpss_flow_delete(bench::flow_key_of(number)) == 0;
     }
 
     BenchCard card_;

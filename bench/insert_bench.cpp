@@ -135,20 +135,12 @@ void add_row(const std::string &what, bool with_counters, double gate, double ai
 // insert_bench DIRECTORY ext4|tmpfs [options of the benchmarks]
 int main(int argc, char **argv)
 {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: insert_bench DIRECTORY FILE-SYSTEM [--benchmark_...]\n");
-        return 2;
-    }
-    bench::enter_own_tmp(argv[1]);
-    const std::string file_system = argv[2];
+    const std::string file_system = bench::enter_own_tmp_of(argc, argv);
     const bool in_memory = file_system == "tmpfs";
     const double gate = in_memory ? 1.25 : 1.2;
     const double aim = in_memory ? 1.16 : 1.13;
     add_row("insert, 8 NPs, " + file_system, false, gate, aim);
     add_row("insert with counters, 8 NPs, " + file_system, true, gate, aim);
-    argc -= 2;
-    argv[2] = argv[0];
-    argv += 2;
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

@@ -168,15 +168,8 @@ void add_rows(const std::string &file_system)
 // log_calls_bench DIRECTORY ext4|tmpfs [options of the benchmarks]
 int main(int argc, char **argv)
 {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: log_calls_bench DIRECTORY FILE-SYSTEM [--benchmark_...]\n");
-        return 2;
-    }
-    bench::enter_own_tmp(argv[1]);
-    add_rows(argv[2]);
-    argc -= 2;
-    argv[2] = argv[0];
-    argv += 2;
+    const std::string file_system = bench::enter_own_tmp_of(argc, argv);
+    add_rows(file_system);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

@@ -331,12 +331,7 @@ void add_rows(const std::string &file_system, const Goals &write, const ReadyLin
 // log_line_bench DIRECTORY ext4|tmpfs [options of the benchmarks]
 int main(int argc, char **argv)
 {
-    if (argc < 3) {
-        std::fprintf(stderr, "usage: log_line_bench DIRECTORY FILE-SYSTEM [--benchmark_...]\n");
-        return 2;
-    }
-    bench::enter_own_tmp(argv[1]);
-    const std::string file_system = argv[2];
+    const std::string file_system = bench::enter_own_tmp_of(argc, argv);
     for (const char *appended : {our_file, stdio_file})
         std::remove(appended); // what an earlier run left
     const ReadyLines ready("/tmp/ready_lines");
@@ -350,9 +345,6 @@ int main(int argc, char **argv)
     benchmark::AddCustomContext("bytes_a_line", std::to_string(ready.average_bytes()));
     const bool in_memory = file_system == "tmpfs";
     add_rows(file_system, in_memory ? Goals{1.25, 1.15} : Goals{1.2, 1.12}, ready);
-    argc -= 2;
-    argv[2] = argv[0];
-    argv += 2;
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     return 0;

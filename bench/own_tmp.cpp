@@ -1,5 +1,7 @@
 #include "own_tmp.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <stdexcept>
 
@@ -31,6 +33,20 @@ void enter_own_tmp(const std::string &directory)
     if (mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
         mount(directory.c_str(), "/tmp", nullptr, MS_BIND, nullptr) != 0)
         throw std::runtime_error(directory + " cannot be made /tmp");
+}
+
+std::string enter_own_tmp_of(int &argc, char **&argv)
+{
+    if (argc < 3) {
+        std::fprintf(stderr, "usage: %s DIRECTORY ext4|tmpfs [--benchmark_...]\n", argv[0]);
+        std::exit(2);
+    }
+    enter_own_tmp(argv[1]);
+    const std::string file_system = argv[2];
+    argv[2] = argv[0];
+    argc -= 2;
+    argv += 2;
+    return file_system;
 }
 
 } // namespace bench

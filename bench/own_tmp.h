@@ -9,4 +9,8 @@ namespace bench {
 // The directory becomes /tmp, for this process alone. Throws where that is not permitted.
 void enter_own_tmp(const std::string &directory);
 
+// Takes DIRECTORY and FILE-SYSTEM from the front of a program's arguments, makes the directory its
+// /tmp, and returns the name of the file system. Ends the process with 2 when they are missing.
+std::string enter_own_tmp_of(int &argc, char **&argv);
+
 } // namespace bench

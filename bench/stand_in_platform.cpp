@@ -9,7 +9,6 @@
 #include "platform_card.h"
 #include "platform_encoders.h"
 #include "platform_error_text.h"
-#include "platform_event_debug.h"
 #include "platform_flow.h"
 #include "platform_list.h"
 #include "platform_prm.h"
@@ -206,7 +205,7 @@ const uint32_t *plm_dpss_get_stats_tbl_id(uint32_t)
     return &table_id;
 }
 
-// ---- texts, the event-debug and the trace facility ---------------------------------------------
+// ---- texts -------------------------------------------------------------------------------------
 
 const char *cerr_strerror(uint32_t)
 {
@@ -216,20 +215,6 @@ const char *prm_stats_err_string(uint32_t)
 {
     return "an error";
 }
-uint32_t ed_init(ed_component *, uint64_t, uint64_t, uint64_t, uint64_t)
-{
-    return 0;
-}
-void ed_print_debug(ed_debug_point *, ed_component *, const uint64_t *, uint64_t, uint32_t,
-                    uint64_t, const char *, uint64_t)
-{
-}
-void ed_slow_debugs(ed_debug_point *, ed_component *, uint32_t *, const uint64_t *, uint64_t,
-                    uint32_t, uint64_t, const char *, uint64_t)
-{
-}
-void _ltrace(void *, uint64_t, ...) {}
-
 // ---- the flow service: a flow's info is its key ------------------------------------------------
 
 void *ac_encode_init(uint64_t, uint64_t, uint64_t, uint64_t)

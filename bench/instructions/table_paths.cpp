@@ -2,6 +2,7 @@
 #include "hot_path.h"
 #include "inline_service_flowdb.h"
 #include "insert_paths.h"
+#include "numbered_flows.h"
 #include "platform_list.h"
 #include "stand_in_platform.h"
 
@@ -14,32 +15,20 @@ namespace {
 
 constexpr uint32_t flows = 10'000;
 
-uint64_t key_of(uint64_t number)
+in_hash_table *table_of_flows()
 {
-    number = (number ^ number >> 33) * 0xFF51AFD7ED558CCD;
-    return number ^ number >> 29;
-}
-
-int32_t bucket_of_flow(const void *record)
-{
-    const uint64_t key = static_cast<const flow_record *>(record)->flow_key;
-    return static_cast<int32_t>((key >> 32) * flows >> 32);
-}
-
-int32_t has_key(const void *record, const void *key_record)
-{
-    const auto *flow = static_cast<const flow_record *>(record);
-    return flow->flow_key == static_cast<const flow_record *>(key_record)->flow_key ? 1 : 0;
+    bench::flow_buckets = flows;
+    return flowdb_init(flows, bench::bucket_of_flow, bench::has_flow_key);
 }
 
 // Ten thousand flows in as many buckets.
 class Flows {
 public:
-    Flows() : table_(flowdb_init(flows, bucket_of_flow, has_key))
+    Flows() : table_(table_of_flows())
     {
         for (uint64_t number = 0; number < flows; ++number) {
             flow_record *record = flowdb_alloc();
-            record->flow_key = key_of(number);
+            record->flow_key = bench::flow_key_of(number);
             in_hash_insert(table_, record);
             records_.push_back(record);
         }
@@ -110,13 +99,13 @@ void hash_read_all()
 void flow_life()
 {
     bench::StandInHost host(8);
-    host.root().flow_db = flowdb_init(flows, bucket_of_flow, has_key);
+    host.root().flow_db = table_of_flows();
     dpss_flow_table_init(0, 0, 0, 0);
     const auto live = [](uint64_t begin, uint64_t end) {
         for (uint64_t number = begin; number < end; ++number) {
-            uint64_t info = key_of(number);
-            dpss_flow_add_modify(key_of(number), FLOW_ALL_NPS, 1, &info);
-            dpss_flow_delete(key_of(number));
+            uint64_t info = bench::flow_key_of(number);
+            dpss_flow_add_modify(bench::flow_key_of(number), FLOW_ALL_NPS, 1, &info);
+            dpss_flow_delete(bench::flow_key_of(number));
         }
     };
     live(0, 200); // more than a stream's first lines, each of which asks for its position
